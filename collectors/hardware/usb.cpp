@@ -1,0 +1,4 @@
+// Placeholder until this collector is written.
+#include "collectors/collectors.h"
+
+void collect_usb(CScaner*, zXML*) {}

@@ -1,0 +1,4 @@
+// Placeholder until this collector is written.
+#include "app/scanner.h"
+
+void CScaner::scan_firewall(zXML*) {}
