@@ -131,20 +131,24 @@ int cmd_json(const std::string& path) {
 }
 
 int cmd_text(const std::string& path, const char* which) {
+  // The record number is checked before the file is opened: a malformed
+  // number is a usage error whatever the file holds.
+  size_t n = 0;
+  if (which != nullptr) {
+    if (*which == '\0' || std::strlen(which) > 9) return usage();
+    for (const char* p = which; *p != '\0'; ++p) {
+      if (*p < '0' || *p > '9') return usage();
+      n = n * 10 + static_cast<size_t>(*p - '0');
+    }
+  }
   invread::InvReader reader;
   std::string error;
   if (!reader.open(path, &error)) return fail(path, error);
   const invread::Header& h = reader.header();
   std::vector<size_t> records;
   if (which != nullptr) {
-    size_t n = 0;
-    for (const char* p = which; *p != '\0'; ++p) {
-      if (*p < '0' || *p > '9' || n > h.records.size()) return usage();
-      n = n * 10 + static_cast<size_t>(*p - '0');
-    }
-    if (*which == '\0') return usage();
     if (n >= h.records.size()) {
-      return fail(path, "no record " + std::string(which) + " (the file has " +
+      return fail(path, "no record " + std::to_string(n) + " (the file has " +
                             std::to_string(h.records.size()) + ")");
     }
     if (!h.records[n].is_document()) {
