@@ -57,9 +57,11 @@ class HostTest(unittest.TestCase):
 set -u
 echo "host=$(hostname)"
 echo "pid1=$(tr '\0' ' ' < /proc/1/cmdline)"
-for f in /etc/fstab /etc/samba /vmfs /var/lib/dhcp /sbin/ifconfig /usr/sbin/iptables; do
-  [ -e "$f" ] && echo "present $f"
+for f in /etc/fstab /etc/samba /etc/resolv.conf /etc/group /etc/shadow /vmfs /var/lib/dhcp \
+         /sbin/ifconfig /usr/sbin/iptables /usr/bin/netstat; do
+  [ -e "$f" ] && [ ! -e "/sim/host/files$f" ] && echo "present $f"
 done
+cmp -s /etc/samba/smb.conf /sim/host/files/etc/samba/smb.conf && echo "smb=host"
 cmp -s /etc/passwd /sim/host/files/etc/passwd && echo "passwd=host"
 echo "ps-file=$(head -c 9 /bin/ps)"
 ip -4 -o addr show | while read -r n name fam addr rest; do echo "addr $name $addr"; done
@@ -78,10 +80,16 @@ rm -f /etc/os-release && echo removed-inside
         self.assertTrue(any(l.startswith("pid1=") and "--inner" in l for l in out), out)
         self.assertEqual([l for l in out if l.startswith("present ")], [])
         self.assertIn("passwd=host", out)
+        self.assertIn("smb=host", out)
         self.assertIn("ps-file=#!/bin/sh", out)
-        # Only the host's interfaces have IPv4 addresses (veth peers do not).
+        # Only the host's interfaces have IPv4 addresses (veth peers do not),
+        # the loopback first, then the others in file order.
+        ifs = simlib.host_interfaces("esxi67")
+        loopback = [i for i in ifs if i[1] == "-"]
+        self.assertEqual(loopback, [("lo0", "-", "127.0.0.1/8")])
         self.assertEqual([l for l in out if l.startswith("addr ")],
-                         ["addr lo0 127.0.0.1/8", "addr vmk0 10.130.2.121/24"])
+                         ["addr %s %s" % (i[0], i[2]) for i in loopback] +
+                         ["addr %s %s" % (i[0], i[2]) for i in ifs if i[1] != "-"])
         self.assertIn("link/ether 00:13:32:08:f7:d4", out)
         # An unknown command prints nothing on stdout and exits 127.
         self.assertIn("unknown=127", out)
