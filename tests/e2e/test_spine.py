@@ -91,7 +91,11 @@ class SilentScanTest(InvChecks):
         # QST-3 is three hours east of UTC: the offset prints as +180.
         cls.result = simlib.scan("esxi67", ["/silent"], tz="QST-3")
         cls.end = time.time()
-        cls.path = cls.result.path(ESXI67_FILE)
+        files = cls.result.files
+        cls.path = cls.result.path(files[0]) if len(files) == 1 else None
+
+    def setUp(self):
+        self.assertIsNotNone(self.path, "expected one file, got %r" % self.result.files)
 
     def test_console_and_file(self):
         rc, out, err, files = self.result
@@ -264,47 +268,72 @@ SCANNER_INFO = (b"Scanner information",
                 b"Scanner arch: x86\nScanner version: 15.10.19\nInternal Version: 2.7.1804.9764")
 
 
-class DebugRunTest(InvChecks):
-    def debug_scan(self, host):
-        start = time.time()
-        r = simlib.scan(host, ["/debug", "/silent"])
-        end = time.time()
-        self.assertEqual(r.returncode, 0)
-        self.assertEqual(len(r.files), 1, r.files)
+def debug_asset_lines(name, ip, mac):
+    """The debug run's asset document, its scan time masked."""
+    return [BOM + "?zxml", "*AssetInfo=",
+            "hostname=" + name, "ip-address=" + ip, "static-ip=1", "int-name=" + name,
+            "alias=" + name, "description=", "comment=", "inv-number=", "login=",
+            "user-name=", "asset-type=natLinux", "virtual-type=nvtPhysical",
+            "scan-type=nstNone", "scan-subtype=sstNone", "auto-icon-type=nitLinDesktop",
+            "icon-type=nitLinDesktop", "first-scan=", "last-scan=", "snapshot-list=",
+            "snapshot-types=", "mac-address=" + mac, "uuid=", "serial-number=", "asset-tag=",
+            "scan-attempt=" + MASK, "error-message=Debug scan"]
+
+
+class DebugRun:
+    """One debug run of HOST, shared by the tests of a subclass (mixed into
+    a test case, so this class itself is not collected)."""
+    HOST = None
+
+    @classmethod
+    def setUpClass(cls):
+        cls.start = time.time()
+        cls.result = simlib.scan(cls.HOST, ["/debug", "/silent"])
+        cls.end = time.time()
+        files = cls.result.files
+        cls.path = cls.result.path(files[0]) if len(files) == 1 else None
+
+    def setUp(self):
+        self.assertIsNotNone(self.path, "expected one file, got %r" % self.result.files)
+
+    def check_console(self, name):
+        self.assertEqual(self.result.returncode, 0)
+        self.assertEqual(self.result.files, [name])
         # A debug run prints no progress lines, only the result.
-        self.assertEqual(r.stdout, ">>>%s\n" % r.files[0])
-        path = r.path(r.files[0])
-        h = self.check_container(path, ["assetinfo", "customdata"])
+        self.assertEqual(self.result.stdout, ">>>%s\n" % name)
+        self.assertEqual(self.result.stderr, "")
+
+    def test_container(self):
+        h = self.check_container(self.path, ["assetinfo", "customdata"])
         r0, r1 = h.records
         self.assertEqual(h.lines, [
             "[H]", "count=2", "snapshotcount=0",
             "[0]", "offset=0", "length=" + r0["length"], "type=assetinfo",
             "[1]", "offset=" + r0["length"], "length=" + r1["length"], "type=customdata",
             "ID=rawdata"])
-        lines = simlib.decode_text(path, 0)
-        stamp = dict(simlib.attributes(lines, 1))["scan-attempt"]
-        self.check_timestamp(stamp, start, end)
+        lines = simlib.decode_text(self.path, 0)
+        self.check_timestamp(dict(simlib.attributes(lines, 1))["scan-attempt"], self.start,
+                             self.end)
+
+    def asset_document(self):
         # Only scan-attempt varies: the other time attributes stay empty here.
-        return r, path, simlib.mask(lines, ("scan-attempt",))
+        return simlib.mask(simlib.decode_text(self.path, 0), ("scan-attempt",))
 
-    @staticmethod
-    def asset_lines(name, ip, mac):
-        return [BOM + "?zxml", "*AssetInfo=",
-                "hostname=" + name, "ip-address=" + ip, "static-ip=1", "int-name=" + name,
-                "alias=" + name, "description=", "comment=", "inv-number=", "login=",
-                "user-name=", "asset-type=natLinux", "virtual-type=nvtPhysical",
-                "scan-type=nstNone", "scan-subtype=sstNone", "auto-icon-type=nitLinDesktop",
-                "icon-type=nitLinDesktop", "first-scan=", "last-scan=", "snapshot-list=",
-                "snapshot-types=", "mac-address=" + mac, "uuid=",
-                "serial-number=", "asset-tag=", "scan-attempt=" + MASK,
-                "error-message=Debug scan"]
 
-    def test_bare_host(self):
-        r, path, lines = self.debug_scan("bare")
+class DebugBareTest(DebugRun, InvChecks):
+    HOST = "bare"
+
+    def test_console_and_file(self):
         # No uname: the short host name is empty, so the name starts with "_".
-        self.assertEqual(r.files, ["_525400123456.inv"])
-        self.assertEqual(lines, self.asset_lines("", "192.168.122.50", "52-54-00-12-34-56"))
-        self.assertEqual(r.calls, [])
+        self.check_console("_525400123456.inv")
+
+    def test_asset_document(self):
+        self.assertEqual(self.asset_document(),
+                         debug_asset_lines("", "192.168.122.50", "52-54-00-12-34-56"))
+
+    def test_raw_text(self):
+        # Every tool-based section falls back; nothing simulated was called.
+        self.assertEqual(self.result.calls, [])
         expected = raw_text([
             SCANNER_INFO,
             (b"System Main Information", b"OS Name: \n"),
@@ -325,25 +354,33 @@ class DebugRunTest(InvChecks):
             (b"'Firewall info' output", b""),
             (b"HOSTNAME", b""),
         ])
-        self.assertEqual(simlib.decode_raw(path), expected)
+        self.assertEqual(simlib.decode_raw(self.path), expected)
 
-    def test_esxi67(self):
-        r, path, lines = self.debug_scan("esxi67")
-        self.assertEqual(r.files, [ESXI67_FILE])
+
+class DebugEsxi67Test(DebugRun, InvChecks):
+    HOST = "esxi67"
+    # Major version 6: the esxcfg/df sections, not the esxcli storage ones.
+    RAW_KEYS = ["smbiosDump", "df_-T", "esxcfg-scsidevs_--list", "esxcfg-scsidevs_-m", "df_-k",
+                "vim-cmd_vmsvc+getallvms", "lspci_-v", "lsusb_-v", "ps_-cvu", "env",
+                "esxcli_network_firewall_ruleset_list", "uname_-n"]
+
+    def test_console_and_file(self):
+        self.check_console(ESXI67_FILE)
+
+    def test_asset_document(self):
         # The debug record names the host by its short name, not by samba's.
-        self.assertEqual(lines, self.asset_lines("esx-01", "10.130.2.121", "00-13-32-08-F7-D4"))
+        self.assertEqual(self.asset_document(),
+                         debug_asset_lines("esx-01", "10.130.2.121", "00-13-32-08-F7-D4"))
 
-        def out(key):
-            # What a simulated command printed; scripted answers are not
-            # predictable here, so the test insists on plain ones.
-            self.assertFalse(os.path.exists(simlib.host_path("esxi67", "commands", key + ".sh")))
-            p = simlib.host_path("esxi67", "commands", key)
-            return simlib.host_bytes("esxi67", "commands", key) if os.path.exists(p) else b""
+    def out(self, key):
+        # What a simulated command printed; scripted answers are not
+        # predictable here, so the test insists on plain ones.
+        self.assertFalse(os.path.exists(simlib.host_path("esxi67", "commands", key + ".sh")))
+        p = simlib.host_path("esxi67", "commands", key)
+        return simlib.host_bytes("esxi67", "commands", key) if os.path.exists(p) else b""
 
-        # Major version 6: the esxcfg/df sections, not the esxcli storage ones.
-        raw_keys = ["smbiosDump", "df_-T", "esxcfg-scsidevs_--list", "esxcfg-scsidevs_-m",
-                    "df_-k", "vim-cmd_vmsvc+getallvms", "lspci_-v", "lsusb_-v", "ps_-cvu", "env",
-                    "esxcli_network_firewall_ruleset_list", "uname_-n"]
+    def test_raw_text(self):
+        out = self.out
         expected = raw_text([
             SCANNER_INFO,
             (b"System Main Information", b"OS Name: VMware ESXi 6.7.0\n"),
@@ -364,13 +401,16 @@ class DebugRunTest(InvChecks):
             (b"'Firewall info' output", out("esxcli_network_firewall_ruleset_list")),
             (b"HOSTNAME", out("uname_-n")),
         ])
-        self.assertEqual(simlib.decode_raw(path), expected)
-        # The raw-data commands run in this order, after the OS collector's
-        # raw-mode version queries.
-        calls = r.calls
+        self.assertEqual(simlib.decode_raw(self.path), expected)
+
+    def test_raw_commands_in_order(self):
+        # After the OS collector's raw-mode version queries come the raw-data
+        # commands, in their order.
+        calls = self.result.calls
+        self.assertIn("smbiosDump", calls)
         first = len(calls) - 1 - calls[::-1].index("smbiosDump")
         self.assertEqual(calls[first - 2:first], ["vmware_-v", "esxcli_system_version_get"])
-        self.assertEqual(calls[first:first + len(raw_keys)], raw_keys)
+        self.assertEqual(calls[first:first + len(self.RAW_KEYS)], self.RAW_KEYS)
 
 
 class OtherHostsTest(InvChecks):
