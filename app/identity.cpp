@@ -56,8 +56,9 @@ std::string inventory_file_name(const std::string& short_name, const std::string
   for (char c : mac) {
     if (c != '-') bare_mac += c;
   }
-  std::string name = copy > 0 ? format_string("%s_%s(%d).inv", host.c_str(), bare_mac.c_str(), copy)
-                              : format_string("%s_%s.inv", host.c_str(), bare_mac.c_str());
+  std::string name = host + "_" + bare_mac;
+  if (copy > 0) name += format_string("(%d)", copy);
+  name += ".inv";
   // The host name is whatever the host's uname printed. "/" would lead into
   // another directory and NUL cannot be in a name at all; control bytes
   // (newlines included) would break the one-line result report that the

@@ -2,6 +2,7 @@
 // warnings and shell quoting.
 #include "host/command.h"
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstdarg>
@@ -37,8 +38,12 @@ std::string read_file(const char* path, unsigned long* out_length) {
   FILE* file = fopen(path, "r");
   if (file == nullptr) return std::string();
   std::string text;
+  // Only a regular file has a meaningful end position: a directory reports
+  // an arbitrary huge one. Anything else is read in pieces.
+  struct stat st;
+  const bool regular = fstat(fileno(file), &st) == 0 && S_ISREG(st.st_mode);
   off_t size = -1;
-  if (fseeko(file, 0, SEEK_END) == 0) size = ftello(file);
+  if (regular && fseeko(file, 0, SEEK_END) == 0) size = ftello(file);
   if (size > 0 && fseeko(file, 0, SEEK_SET) == 0) {
     // A regular file: read it in one go. A file that shrank since its size
     // was taken gives what could be read, never bytes that were not read.

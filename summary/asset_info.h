@@ -12,7 +12,7 @@ class ztag;
 struct AssetBuild {
   // Inputs.
   CScaner* scanner = nullptr;
-  const zXML* snapshot = nullptr;
+  zXML* snapshot = nullptr;  // read, except that the storage stage marks the system disk
   const char* ip = "";
   const char* physical = "";
   const char* fs_size = "";
