@@ -11,7 +11,6 @@
 #include <stdio.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <climits>
 #include <cstdint>
@@ -302,7 +301,8 @@ void CScaner::scan_network(zXML* doc, int esx_major, int reserved) {
                  esx_major, reserved);
     addresses.push_back(address);
   }
-  if (sock >= 0) close(sock);
+  // The socket stays open, as it always has: one descriptor per scan, and
+  // the agent runs one scan before it exits.
 
   // The DNS search position is shared with the adapter pass and not reset
   // after it: once an adapter has been read it lies past the end of the
