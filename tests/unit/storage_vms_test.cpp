@@ -257,6 +257,7 @@ TEST(StorageVmConfig, AdaptersProcessorsAndSizes) {
             // Slot 14 is the last one read; slot 15 is never looked at.
             "*net:3=\n"
             "conn-type=nat\naddr-type=\nmac-address=\n"
+            "-\n"
             "-\n");
 }
 
