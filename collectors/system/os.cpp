@@ -8,4 +8,6 @@ std::string collect_os(CScaner*, zXML*, int* major, int* minor, bool) {
   return "";
 }
 
-char* format_uptime() { return format_alloc("%014lld.000000:000", 0LL); }
+char* format_uptime() {
+  return format_alloc("%014lld.000000:000", 0LL);
+}
