@@ -1,25 +1,32 @@
 # Convenience wrapper around CMake for the commands a user types.
-#   make        release build of build/quillscan and build/quillscan-inv
-#   make test   build and run every test, then again under ASan + UBSan
-#   make bench  build and run the benchmarks
-#   make demo   scan the simulated host esxi67 and show the result
+#   make            release build of build/quillscan and build/quillscan-inv
+#   make test       build and run every test, then again under ASan + UBSan,
+#                   then the end-to-end tests against the host binary
+#   make esxi       the binary for ESX/ESXi hosts: dist/quillscan, static,
+#                   stripped, 32-bit x86, zlib linked in
+#   make test-esxi  end-to-end tests with dist/quillscan as the agent
+#   make fuzz       build the fuzz targets and run each for FUZZ_SECONDS
+#   make bench      build and run the benchmarks
+#   make demo       scan the simulated host esxi67 and show the result
 JOBS ?= $(shell nproc)
 BUILD ?= build
 ASAN_BUILD ?= build-asan
 BENCH_BUILD ?= build-bench
+ESXI_BUILD ?= build-esxi
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
+DIST ?= dist
 
 # Debian packages the build and the simulated hosts need.
 DEB_PACKAGES = cmake g++ zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev \
                python3 iproute2 util-linux procps
+# The 32-bit static build (and the check of what it produced).
+ESXI_PACKAGES = cmake g++ g++-multilib lib32z1-dev binutils file
+# libFuzzer with the address and undefined-behaviour sanitizers.
+FUZZ_PACKAGES = cmake clang-14 libclang-rt-14-dev zlib1g-dev
 
-.PHONY: all deps test bench demo clean
-
-all: deps
-	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release
-	cmake --build $(BUILD) -j $(JOBS)
-
-deps:
-	@missing=""; for p in $(DEB_PACKAGES); do \
+# Installs those of the Debian packages $(1) that are missing.
+install_missing = missing=""; for p in $(1); do \
 	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || missing="$$missing $$p"; \
 	done; \
 	if [ -n "$$missing" ]; then \
@@ -27,11 +34,53 @@ deps:
 	  apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
 	fi
 
+.PHONY: all deps deps-esxi deps-fuzz test test-esxi esxi fuzz bench demo clean
+
+all: deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release
+	cmake --build $(BUILD) -j $(JOBS)
+
+deps:
+	@$(call install_missing,$(DEB_PACKAGES))
+
+deps-esxi:
+	@$(call install_missing,$(ESXI_PACKAGES))
+
+deps-fuzz:
+	@$(call install_missing,$(FUZZ_PACKAGES))
+
 test: all
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DQS_SANITIZE=ON
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ctest --output-on-failure -j $(JOBS)
+	$(MAKE) test-esxi
+
+# The host binary. The static link takes zlib from /usr/lib32/libz.a (see
+# the toolchain file); the result is checked before it is called done.
+esxi: deps-esxi
+	cmake -S . -B $(ESXI_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/i386-static.cmake \
+	  -DCMAKE_BUILD_TYPE=Release -DQS_STATIC=ON -DQS_TESTS=OFF
+	cmake --build $(ESXI_BUILD) -j $(JOBS) --target quillscan
+	mkdir -p $(DIST)
+	strip -o $(DIST)/quillscan $(ESXI_BUILD)/quillscan
+	@file $(DIST)/quillscan
+	@file $(DIST)/quillscan | grep -q 'ELF 32-bit LSB executable, Intel 80386,.* statically linked,.* stripped$$' \
+	  || { echo "$(DIST)/quillscan is not a static, stripped 32-bit x86 executable" >&2; exit 1; }
+
+# The whole end-to-end suite with the host binary as the agent; the native
+# build supplies the decoder and the reference for the comparison test.
+test-esxi: esxi all
+	cd tests/e2e && QS_AGENT=$(abspath $(DIST)/quillscan) \
+	  QS_AGENT_ESXI=$(abspath $(DIST)/quillscan) QS_AGENT_NATIVE=$(abspath $(BUILD)/quillscan) \
+	  QS_DECODER=$(abspath $(BUILD)/quillscan-inv) QS_SOURCE_DIR=$(CURDIR) \
+	  python3 -m unittest discover -p 'test_*.py'
+
+fuzz: deps-fuzz
+	CC=clang-14 CXX=clang++-14 cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DQS_FUZZ=ON -DQS_TESTS=OFF
+	cmake --build $(FUZZ_BUILD) -j $(JOBS)
+	fuzz/run $(FUZZ_BUILD) $(FUZZ_SECONDS)
 
 bench: deps
 	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DQS_BENCH=ON -DQS_TESTS=OFF
@@ -42,4 +91,4 @@ demo: all
 	sim/demo esxi67 $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) dist
+	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) $(ESXI_BUILD) $(FUZZ_BUILD) $(DIST)

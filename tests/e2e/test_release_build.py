@@ -1,0 +1,108 @@
+"""End to end: the binary for ESX/ESXi hosts (make esxi) is a static,
+stripped 32-bit x86 executable, and on the same simulated host it writes the
+same documents as the native build, apart from the time-dependent
+attributes.
+
+The two binaries come from the environment (make test-esxi sets both):
+  QS_AGENT_ESXI    dist/quillscan
+  QS_AGENT_NATIVE  the native build's quillscan
+Without them (a plain ctest run of the native build) the tests are skipped.
+"""
+import os
+import struct
+import unittest
+
+import simlib
+
+ESXI = os.environ.get("QS_AGENT_ESXI")
+NATIVE = os.environ.get("QS_AGENT_NATIVE")
+NEEDS_BOTH = unittest.skipUnless(ESXI and NATIVE,
+                                 "QS_AGENT_ESXI and QS_AGENT_NATIVE not set (make test-esxi)")
+
+PT_INTERP = 3
+PT_DYNAMIC = 2
+SHT_SYMTAB = 2
+
+
+def elf_facts(path):
+    """Class, machine, whether it asks for a dynamic loader or has a dynamic
+    section, and whether it still has a symbol table."""
+    with open(path, "rb") as f:
+        data = f.read()
+    if data[:4] != b"\x7fELF":
+        raise AssertionError("%s is not an ELF file" % path)
+    elf_class, endian = data[4], data[5]
+    if elf_class != 1 or endian != 1:
+        return {"class": elf_class, "endian": endian}
+    (e_type, e_machine, _, _, e_phoff, e_shoff, _, _, e_phentsize, e_phnum, e_shentsize,
+     e_shnum, _) = struct.unpack_from("<HHIIIIIHHHHHH", data, 16)
+    segments = [struct.unpack_from("<I", data, e_phoff + i * e_phentsize)[0]
+                for i in range(e_phnum)]
+    sections = [struct.unpack_from("<II", data, e_shoff + i * e_shentsize)[1]
+                for i in range(e_shnum)]
+    return {
+        "class": elf_class,
+        "endian": endian,
+        "type": e_type,
+        "machine": e_machine,
+        "dynamic": PT_INTERP in segments or PT_DYNAMIC in segments,
+        "symtab": SHT_SYMTAB in sections,
+    }
+
+
+@NEEDS_BOTH
+class HostBinaryTest(unittest.TestCase):
+    def test_static_stripped_i386_executable(self):
+        facts = elf_facts(ESXI)
+        self.assertEqual(facts, {"class": 1, "endian": 1, "type": 2, "machine": 3,
+                                 "dynamic": False, "symtab": False})
+
+
+def scan_with(binary, host, args):
+    """Runs binary with args in host; returns the result and the masked
+    document texts (or the raw text) of the one file it wrote."""
+    env = {"TZ": "QST-3"}
+    result = simlib.run_in_host(host, [binary] + args, env=env,
+                                binds=[os.path.dirname(os.path.realpath(binary))])
+    if len(result.files) != 1:
+        raise AssertionError("%s in %s wrote %r" % (binary, host, result.files))
+    path = result.path(result.files[0])
+    h = simlib.header(path)
+    records = []
+    for i, r in enumerate(h.records):
+        if r["type"] == "customdata":
+            records.append(("raw", simlib.decode_raw(path)))
+        else:
+            records.append((r["type"], simlib.mask(simlib.decode_text(path, i))))
+    return result, records
+
+
+@NEEDS_BOTH
+class SameDocumentsTest(unittest.TestCase):
+    maxDiff = None
+
+    def compare(self, host, args):
+        native, native_records = scan_with(NATIVE, host, args)
+        esxi, esxi_records = scan_with(ESXI, host, args)
+        self.assertEqual(esxi.returncode, native.returncode)
+        self.assertEqual(esxi.files, native.files)
+        self.assertEqual(esxi.stdout, native.stdout)
+        self.assertEqual([kind for kind, _ in esxi_records], [kind for kind, _ in native_records])
+        for (kind, theirs), (_, ours) in zip(esxi_records, native_records):
+            self.assertEqual(theirs, ours, "%s record of %s differs" % (kind, host))
+        return native_records
+
+    def test_silent_scans(self):
+        for host in ("esxi67", "esx41", "bare", "esxi55-dhcp"):
+            with self.subTest(host=host):
+                records = self.compare(host, ["/silent"])
+                # Something to compare: the snapshot holds more than its top line.
+                self.assertGreater(len(records[0][1]), 20)
+
+    def test_debug_run(self):
+        records = self.compare("esxi67", ["/silent", "/debug"])
+        self.assertEqual([kind for kind, _ in records], ["assetinfo", "raw"])
+
+
+if __name__ == "__main__":
+    unittest.main()
