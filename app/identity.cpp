@@ -73,7 +73,7 @@ std::string inventory_file_name(const std::string& short_name, const std::string
 }
 
 bool path_taken(const std::string& path) {
-  if (FILE* file = fopen(path.c_str(), "r")) {
+  if (FILE* file = open_for_reading(path.c_str())) {
     fclose(file);
     return true;
   }

@@ -2,10 +2,14 @@
 // warnings and shell quoting.
 #include "host/command.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <vector>
 
@@ -33,9 +37,19 @@ std::string run_command(const char* cmdline, unsigned long* out_length) {
   return output;
 }
 
+FILE* open_for_reading(const char* path, const char* mode) {
+  // O_NONBLOCK only matters for FIFOs and devices: regular files and
+  // directories ignore it.
+  const int fd = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (fd < 0) return nullptr;
+  FILE* file = fdopen(fd, mode);
+  if (file == nullptr) close(fd);
+  return file;
+}
+
 std::string read_file(const char* path, unsigned long* out_length) {
   if (out_length != nullptr) *out_length = 0;
-  FILE* file = fopen(path, "r");
+  FILE* file = open_for_reading(path);
   if (file == nullptr) return std::string();
   std::string text;
   // Only a regular file has a meaningful end position: a directory reports
@@ -47,16 +61,21 @@ std::string read_file(const char* path, unsigned long* out_length) {
   if (size > 0 && fseeko(file, 0, SEEK_SET) == 0) {
     // A regular file: read it in one go. A file that shrank since its size
     // was taken gives what could be read, never bytes that were not read.
-    std::vector<char> buffer(static_cast<size_t>(size) + 1);
-    const size_t got = fread(buffer.data(), 1, static_cast<size_t>(size), file);
+    const size_t want = static_cast<uint64_t>(size) < kMaxReadFileBytes
+                            ? static_cast<size_t>(size)
+                            : static_cast<size_t>(kMaxReadFileBytes);
+    std::vector<char> buffer(want + 1);
+    const size_t got = fread(buffer.data(), 1, want, file);
     text.assign(buffer.data(), got);
   } else {
     // Files that report size 0 (those under /proc) are read in pieces until
-    // the end.
+    // the end, as are FIFOs and devices.
     rewind(file);
     char buffer[1025];
     size_t got;
-    while ((got = fread(buffer, 1, 1024, file)) > 0) text.append(buffer, got);
+    while (text.size() < kMaxReadFileBytes && (got = fread(buffer, 1, 1024, file)) > 0) {
+      text.append(buffer, std::min<size_t>(got, kMaxReadFileBytes - text.size()));
+    }
   }
   fclose(file);
   if (out_length != nullptr) *out_length = text.size();

@@ -4,6 +4,7 @@
 #define QUILLSCAN_HOST_COMMAND_H_
 
 #include <cstddef>
+#include <cstdio>
 #include <string>
 
 class ztag;
@@ -16,8 +17,20 @@ inline std::string run_command(const std::string& cmdline, unsigned long* out_le
   return run_command(cmdline.c_str(), out_length);
 }
 
-// Reads a whole file (also /proc files that report size 0). A file that
-// cannot be opened gives "" and length 0.
+// Opens a host file for reading (mode "r" or "rb") without waiting: a FIFO
+// that nobody writes to reads as empty instead of blocking the scan, and a
+// terminal does not become the agent's controlling terminal. Null when the
+// file cannot be opened.
+FILE* open_for_reading(const char* path, const char* mode = "r");
+
+// Largest amount read_file reads from one file. The files the agent reads
+// are a few kilobytes; a path that leads elsewhere (a device such as
+// /dev/zero that never ends, a virtual disk of a terabyte) must not take
+// the scan's memory or time.
+constexpr unsigned long kMaxReadFileBytes = 64ul << 20;
+
+// Reads a whole file (also /proc files that report size 0), up to
+// kMaxReadFileBytes. A file that cannot be opened gives "" and length 0.
 std::string read_file(const char* path, unsigned long* out_length = nullptr);
 inline std::string read_file(const std::string& path, unsigned long* out_length = nullptr) {
   return read_file(path.c_str(), out_length);

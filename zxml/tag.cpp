@@ -247,10 +247,19 @@ ztag::ztag(int kind, const std::string& top_name) : kind_(kind) {
 }
 
 ztag* ztag::find_child(const std::string& name) const {
-  for (const auto& c : children_) {
-    if (c->name_ == name) return c.get();
+  if (children_.size() < kIndexFrom) {
+    for (const auto& c : children_) {
+      if (c->name_ == name) return c.get();
+    }
+    return nullptr;
   }
-  return nullptr;
+  if (!child_index_) {
+    child_index_.reset(new NameIndex<ztag>());
+    // emplace keeps the first entry of a name, as the linear scan finds it.
+    for (const auto& c : children_) child_index_->emplace(c->name_, c.get());
+  }
+  const auto it = child_index_->find(name);
+  return it != child_index_->end() ? it->second : nullptr;
 }
 
 ztag* ztag::child(const std::string& name) {
@@ -269,10 +278,18 @@ ztag* ztag::child_at(size_t i) const {
 }
 
 zattr* ztag::find_attr(const std::string& name) const {
-  for (const auto& a : attrs_) {
-    if (a->name == name) return a.get();
+  if (attrs_.size() < kIndexFrom) {
+    for (const auto& a : attrs_) {
+      if (a->name == name) return a.get();
+    }
+    return nullptr;
   }
-  return nullptr;
+  if (!attr_index_) {
+    attr_index_.reset(new NameIndex<zattr>());
+    for (const auto& a : attrs_) attr_index_->emplace(a->name, a.get());
+  }
+  const auto it = attr_index_->find(name);
+  return it != attr_index_->end() ? it->second : nullptr;
 }
 
 zattr* ztag::set_attr(const std::string& name, const zvalue& value, const char* meta_key,
@@ -282,6 +299,7 @@ zattr* ztag::set_attr(const std::string& name, const zvalue& value, const char* 
     return existing;
   }
   attrs_.push_back(std::unique_ptr<zattr>(new zattr(name, value, meta_key, meta_text)));
+  if (attr_index_) attr_index_->emplace(name, attrs_.back().get());
   return attrs_.back().get();
 }
 
@@ -325,6 +343,7 @@ void ztag::set_value(const zvalue& value) {
 ztag* ztag::append_child(std::unique_ptr<ztag> child) {
   if (kind_ == kLeaf) kind_ = kParent;
   children_.push_back(std::move(child));
+  if (child_index_) child_index_->emplace(children_.back()->name_, children_.back().get());
   return children_.back().get();
 }
 

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <type_traits>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -140,6 +141,15 @@ class ztag {
   unsigned char* pack(unsigned long& length) const;
 
  private:
+  // Lookups stay linear scans while an element has few children or
+  // attributes. A host can list a hundred thousand accounts under one
+  // element, though, and a scan per new child would then take hours: from
+  // kIndexFrom entries on, each list gets a map from name to its first
+  // entry, built on first use and kept up to date by the appends.
+  static constexpr size_t kIndexFrom = 64;
+  template <typename T>
+  using NameIndex = std::unordered_map<std::string, T*>;
+
   int kind_;
   uint32_t copied_attrs_ = 0;
   uint32_t copied_children_ = 0;
@@ -148,6 +158,8 @@ class ztag {
   zmeta meta_;
   std::string name_;
   std::unique_ptr<zvalue> value_;
+  mutable std::unique_ptr<NameIndex<ztag>> child_index_;
+  mutable std::unique_ptr<NameIndex<zattr>> attr_index_;
 };
 
 // printf into a new array of exactly the needed size; caller delete[]s it.

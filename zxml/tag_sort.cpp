@@ -8,4 +8,6 @@ void ztag::sort_children(bool (*less)(const ztag& a, const ztag& b)) {
                    [less](const std::unique_ptr<ztag>& a, const std::unique_ptr<ztag>& b) {
                      return less(*a, *b);
                    });
+  // Which child comes first under a name may have changed.
+  child_index_.reset();
 }

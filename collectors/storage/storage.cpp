@@ -34,7 +34,7 @@ std::vector<std::string> split_fields(const std::string& text, char delimiter) {
 }
 
 uint64_t file_size(const std::string& path) {
-  FILE* f = std::fopen(path.c_str(), "r");
+  FILE* f = open_for_reading(path.c_str());
   if (f == nullptr) return 0;
   // A directory opens for reading too, but its "end" is not a byte count.
   struct stat st;
@@ -60,7 +60,7 @@ int64_t read_decimal(const std::string& text) {
 }
 
 bool can_open(const std::string& path) {
-  FILE* f = std::fopen(path.c_str(), "r");
+  FILE* f = open_for_reading(path.c_str());
   if (f == nullptr) return false;
   std::fclose(f);
   return true;

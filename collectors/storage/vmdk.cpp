@@ -10,6 +10,7 @@
 
 #include "app/scanner.h"
 #include "collectors/storage/storage.h"
+#include "host/command.h"
 #include "zxml/tag.h"
 
 namespace {
@@ -28,7 +29,7 @@ std::string lower(const std::string& text) {
 // Up to max bytes from the start of a file ("" when it cannot be opened).
 std::string read_head(const std::string& path, size_t max) {
   std::string data;
-  FILE* f = std::fopen(path.c_str(), "rb");
+  FILE* f = open_for_reading(path.c_str(), "rb");
   if (f == nullptr) return data;
   char buffer[8192];
   while (data.size() < max) {
@@ -121,13 +122,15 @@ void CScaner::read_vmdk(const std::string& path, ztag* disk, bool top_level, int
   // A chain longer than this (a loop, for instance) is not followed further.
   if (depth > storage::kMaxParentDepth) return;
 
-  const std::string head = read_head(path, storage::kVmdkHead);
-  // Otherwise the whole file is the descriptor (already read when short).
   std::string descriptor;
-  if (storage::is_sparse_extent(head)) {
-    descriptor = storage::embedded_descriptor(head);
-  } else {
-    descriptor = head.size() < storage::kVmdkHead ? head : read_head(path, kMaxDescriptorBytes);
+  {
+    const std::string head = read_head(path, storage::kVmdkHead);
+    // Otherwise the whole file is the descriptor (already read when short).
+    if (storage::is_sparse_extent(head)) {
+      descriptor = storage::embedded_descriptor(head);
+    } else {
+      descriptor = head.size() < storage::kVmdkHead ? head : read_head(path, kMaxDescriptorBytes);
+    }
   }
   const std::string dir = storage::directory_of(path);
 
@@ -138,6 +141,8 @@ void CScaner::read_vmdk(const std::string& path, ztag* disk, bool top_level, int
     if (top_level) {
       storage::set_byte_size_attr(disk, "cur-size", extent_bytes(descriptor, dir, false));
     }
+    // Only one descriptor is held at a time, however long the chain.
+    std::string().swap(descriptor);
     read_vmdk(dir + parent, disk, false, depth + 1);
     return;
   }

@@ -29,13 +29,18 @@ std::string mac_text(const std::string& mac) {
 
 std::string notes_text(const std::string& annotation) {
   // A blank cannot complete a new "|0A", so one left-to-right pass replaces
-  // every occurrence.
-  std::string out = annotation;
-  size_t at = out.find("|0A");
-  while (at != std::string::npos) {
-    out.replace(at, 3, " ");
-    at = out.find("|0A", at + 1);
+  // every occurrence. The text is copied piece by piece rather than edited
+  // in place, which would move the rest of a long text once per occurrence.
+  std::string out;
+  out.reserve(annotation.size());
+  size_t from = 0;
+  for (size_t at = annotation.find("|0A"); at != std::string::npos;
+       at = annotation.find("|0A", from)) {
+    out.append(annotation, from, at - from);
+    out += ' ';
+    from = at + 3;
   }
+  out.append(annotation, from, std::string::npos);
   return out;
 }
 
@@ -100,7 +105,7 @@ void directory_totals(const std::string& dir, uint64_t& all_files, uint64_t& dis
   while (const dirent* e = readdir(d)) {
     if (e->d_type == DT_DIR) continue;
     const std::string path = dir + "/" + e->d_name;
-    FILE* f = std::fopen(path.c_str(), "r");
+    FILE* f = open_for_reading(path.c_str());
     if (f == nullptr) continue;
     uint64_t size = 0;
     if (fseeko(f, 0, SEEK_END) == 0) {
