@@ -48,11 +48,16 @@ class CScaner {
 
   // --- virtual machines and their disks
   void scan_vms(zXML* doc);
+  // Records the machines of a "vim-cmd vmsvc/getallvms" listing.
+  void record_vms(const std::string& listing, zXML* doc);
   void process_vm(const std::string& vmx_path, ztag* machine, uint64_t datastore_free);
-  void scan_vm_cdroms(ztag* devices, const char* prefix, int& cd_counter);
+  void scan_vm_cdroms(ztag* devices, const std::string& vmx_text, const char* prefix,
+                      int& cd_counter);
   void scan_vm_disks(ztag* devices, const std::string& vmx_text, const char* prefix,
                      const std::string& vmx_dir, uint64_t datastore_free, int& disk_counter);
-  void read_vmdk(const std::string& path, ztag* disk, bool top_level);
+  // depth counts the parent disks followed so far (a chain stops after
+  // storage::kMaxParentDepth).
+  void read_vmdk(const std::string& path, ztag* disk, bool top_level, int depth = 0);
   uint64_t extent_bytes(const std::string& descriptor, const std::string& dir, bool provisioned);
 
   // --- asset summary; returns a new "AssetInfo" document owned by the caller

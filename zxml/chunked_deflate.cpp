@@ -1,8 +1,10 @@
 #include "zxml/chunked_deflate.h"
 
-#include <assert.h>
+#include <errno.h>
 #include <zlib.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -15,7 +17,12 @@ constexpr unsigned long kChunk = 16384;
 // and function in the message.
 [[noreturn]] void fail(const char* expression, const char* file, unsigned line,
                        const char* function) {
-  __assert_fail(expression, file, line, function);
+  // Written out rather than through assert(): the check must stay in release
+  // builds, where NDEBUG removes assert() and its helper.
+  std::fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", program_invocation_short_name,
+               file, line, function, expression);
+  std::fflush(stderr);
+  std::abort();
 }
 
 // A growable output area. It starts at zlib's bound for the input, which the

@@ -117,6 +117,8 @@ class ztag {
   void set_value(const zvalue& value);
   // Appends an owned child as it is (no name check).
   ztag* append_child(std::unique_ptr<ztag> child);
+  // Reorders the children by `less`, keeping equal children in their order.
+  void sort_children(bool (*less)(const ztag& a, const ztag& b));
   std::unique_ptr<ztag> deep_copy() const;
 
   int kind() const { return kind_; }

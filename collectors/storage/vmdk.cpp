@@ -1,6 +1,178 @@
-// Placeholder until this collector is written.
-#include "app/scanner.h"
+// Virtual disks of a machine: which SCSI and IDE units hold an existing
+// .vmdk, and from each disk's descriptor (a descriptor file, or the one
+// embedded in a sparse extent) the space its files take, its provisioned
+// size and how it is allocated. Delta disks lead to their parent through
+// "parentFileNameHint"; the provisioned size and the allocation come from
+// the base disk at the end of that chain.
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
 
-void CScaner::scan_vm_disks(ztag*, const std::string&, const char*, const std::string&, uint64_t, int&) {}
-void CScaner::read_vmdk(const std::string&, ztag*, bool) {}
-uint64_t CScaner::extent_bytes(const std::string&, const std::string&, bool) { return 0; }
+#include "app/scanner.h"
+#include "collectors/storage/storage.h"
+#include "zxml/tag.h"
+
+namespace {
+
+// A descriptor is a few kilobytes of text. A file that is not a sparse
+// extent is read as text, but never more than this, so that a flat extent
+// named where a descriptor belongs cannot take the scan's memory.
+constexpr size_t kMaxDescriptorBytes = 16u << 20;
+
+std::string lower(const std::string& text) {
+  std::string out = text;
+  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return out;
+}
+
+// Up to max bytes from the start of a file ("" when it cannot be opened).
+std::string read_head(const std::string& path, size_t max) {
+  std::string data;
+  FILE* f = std::fopen(path.c_str(), "rb");
+  if (f == nullptr) return data;
+  char buffer[8192];
+  while (data.size() < max) {
+    const size_t want = std::min(sizeof buffer, max - data.size());
+    const size_t got = std::fread(buffer, 1, want, f);
+    if (got == 0) break;
+    data.append(buffer, got);
+  }
+  std::fclose(f);
+  return data;
+}
+
+}  // namespace
+
+namespace storage {
+
+std::string device_value(const std::string& vmx, const std::string& device, const char* suffix) {
+  return text_between(vmx, device + suffix, "\"");
+}
+
+DiskFlags create_type_flags(const std::string& create_type) {
+  DiskFlags flags;
+  const std::string type = lower(create_type);
+  // A sparse delta on VMFS counts as preallocated: its space is taken from
+  // the datastore as the guest writes, block by block.
+  if (type == "vmfs") return {1, 1};
+  if (type == "vmfssparse") return {1, 0};
+  if (type.find("sparse") != std::string::npos) {
+    flags.preallocated = 0;
+  } else if (type.find("flat") != std::string::npos) {
+    flags.preallocated = 1;
+  } else {
+    return flags;
+  }
+  if (type.find("monolithic") != std::string::npos) {
+    flags.single_file = 1;
+  } else if (type.find("twogbmaxextent") != std::string::npos ||
+             type.find("2gbmaxextent") != std::string::npos) {
+    flags.single_file = 0;
+  }
+  return flags;
+}
+
+bool is_sparse_extent(const std::string& head) {
+  return head.compare(0, 4, "KDMV") == 0;
+}
+
+std::string embedded_descriptor(const std::string& head) {
+  if (head.size() <= kEmbeddedDescriptorOffset || head[kEmbeddedDescriptorOffset] != '#') {
+    return std::string();
+  }
+  const size_t end = std::min(head.find('\0', kEmbeddedDescriptorOffset), kVmdkHead);
+  return head.substr(kEmbeddedDescriptorOffset, end - kEmbeddedDescriptorOffset);
+}
+
+std::string directory_of(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+}  // namespace storage
+
+void CScaner::scan_vm_disks(ztag* devices, const std::string& vmx, const char* prefix,
+                            const std::string& vmx_dir, uint64_t datastore_free,
+                            int& disk_counter) {
+  const std::string interface_name = storage::upper_text(prefix);
+  // Only controllers marked present count, IDE ones included.
+  for (int k = 0; k < 15; ++k) {
+    if (storage::controller_present(vmx, prefix, k) != "TRUE") continue;
+    for (int unit = 0; unit < 15; ++unit) {
+      const std::string device = format_string("%s%d:%d", prefix, k, unit);
+      const std::string file = storage::device_value(vmx, device, ".fileName = \"");
+      if (storage::device_value(vmx, device, ".present = \"") != "TRUE") continue;
+      const size_t dot = file.rfind('.');
+      if (dot == std::string::npos || file.compare(dot, std::string::npos, ".vmdk") != 0) continue;
+      // The name is always taken relative to the machine's directory; an
+      // absolute name therefore does not lead to a file.
+      const std::string path = vmx_dir + file;
+      if (!storage::can_open(path)) continue;
+      ztag* disk = devices->child(format_string("hdd:%d", ++disk_counter));
+      disk->set_attr("interface", zvalue(interface_name));
+      disk->set_attr("disk-file", zvalue(file));
+      storage::set_byte_size_attr(disk, "system-free", datastore_free);
+      read_vmdk(path, disk, true);
+    }
+  }
+}
+
+void CScaner::read_vmdk(const std::string& path, ztag* disk, bool top_level, int depth) {
+  // A chain longer than this (a loop, for instance) is not followed further.
+  if (depth > storage::kMaxParentDepth) return;
+
+  const std::string head = read_head(path, storage::kVmdkHead);
+  // Otherwise the whole file is the descriptor (already read when short).
+  std::string descriptor;
+  if (storage::is_sparse_extent(head)) {
+    descriptor = storage::embedded_descriptor(head);
+  } else {
+    descriptor = head.size() < storage::kVmdkHead ? head : read_head(path, kMaxDescriptorBytes);
+  }
+  const std::string dir = storage::directory_of(path);
+
+  const std::string parent = text_between(descriptor, "parentFileNameHint=\"", "\"");
+  if (!parent.empty()) {
+    // A delta disk: its own extents are what it occupies; the size and the
+    // allocation are those of the base disk.
+    if (top_level) {
+      storage::set_byte_size_attr(disk, "cur-size", extent_bytes(descriptor, dir, false));
+    }
+    read_vmdk(dir + parent, disk, false, depth + 1);
+    return;
+  }
+  if (top_level) {
+    storage::set_byte_size_attr(disk, "cur-size", extent_bytes(descriptor, dir, false));
+  }
+  storage::set_byte_size_attr(disk, "max-size", extent_bytes(descriptor, dir, true));
+  const storage::DiskFlags flags =
+      storage::create_type_flags(text_between(descriptor, "createType=\"", "\""));
+  if (flags.preallocated >= 0) disk->set_attr("preallocated", zvalue(flags.preallocated));
+  if (flags.single_file >= 0) disk->set_attr("single-file", zvalue(flags.single_file));
+}
+
+uint64_t CScaner::extent_bytes(const std::string& descriptor, const std::string& dir,
+                               bool provisioned) {
+  const size_t section = descriptor.find("# Extent description");
+  if (section == std::string::npos) return 0;
+  uint64_t total = 0;
+  size_t nl = descriptor.find('\n', section);
+  while (nl != std::string::npos) {
+    const size_t next = descriptor.find('\n', nl + 1);
+    if (next == std::string::npos) break;
+    const std::string line = descriptor.substr(nl + 1, next - nl - 1);
+    if (line.empty() || line[0] == '#') break;
+    nl = next;
+    // RW 41943040 VMFS "name-flat.vmdk" [offset]
+    if (line.find(".vmdk") == std::string::npos) continue;
+    const std::vector<std::string> fields = split_fields(line, ' ');
+    if (fields.empty() || (fields[0] != "RW" && fields[0] != "RDONLY")) continue;
+    if (provisioned) {
+      const int64_t sectors = fields.size() > 1 ? storage::read_decimal(fields[1]) : 0;
+      total += static_cast<uint64_t>(sectors) * 512u;
+    } else {
+      total += file_size(dir + text_between(line, "\"", "\""));
+    }
+  }
+  return total;
+}

@@ -1,0 +1,148 @@
+// Text helpers of the storage, virtual-machine and virtual-disk collectors:
+// field splitting, number reading, the size texts with their annotations,
+// .vmx key lookup and the .vmdk descriptor rules. None of them runs a
+// command; the collectors in storage.cpp, vms.cpp and vmdk.cpp do, and hand
+// the text they get to these functions.
+#ifndef QUILLSCAN_COLLECTORS_STORAGE_STORAGE_H_
+#define QUILLSCAN_COLLECTORS_STORAGE_STORAGE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class ztag;
+
+// Fields of text separated by runs of delimiter. Leading delimiters are
+// skipped; the text after the last delimiter is the last field when it is
+// not empty.
+std::vector<std::string> split_fields(const std::string& text, char delimiter);
+
+// Size of a file in bytes: opened for reading and measured by seeking to its
+// end. 0 when it cannot be opened or is a directory.
+uint64_t file_size(const std::string& path);
+
+namespace storage {
+
+// A text read as a decimal 64-bit integer: leading blanks, an optional sign
+// and the digits that follow; 0 when there are none. Values beyond the 64-bit
+// range stop at the nearest limit.
+int64_t read_decimal(const std::string& text);
+
+// True when path can be opened for reading.
+bool can_open(const std::string& path);
+
+// The lines of a tool's table: every text between one "\n" and the next,
+// starting at the "\n" that ends the dashed line under the header. Text after
+// the last "\n" is not a line. Empty when there is no "--" or no "\n" after it.
+std::vector<std::string> table_lines(const std::string& output);
+
+// The columns of one VMFS extent line: volume name, VMFS UUID, extent number,
+// device name, and the rest of the line (the partition). A line with fewer
+// columns makes std::string::substr throw std::out_of_range.
+struct ExtentColumns {
+  std::string volume;
+  std::string uuid;
+  std::string extent;
+  std::string device;
+  std::string partition;
+};
+ExtentColumns extent_columns(const std::string& line);
+
+// Rounds to single precision, also where the compiler would otherwise keep
+// extended precision.
+float to_float(long double value);
+
+// Converts a float (or wider) value to a 64-bit integer the way the x87 unit
+// stores it: truncated toward zero, and the most negative 64-bit value for
+// NaN and for results outside the signed range.
+int64_t truncate_to_int64(long double value);
+// Rounds to the nearest integer, ties to even, with the same out-of-range
+// result as truncate_to_int64.
+int64_t round_to_int64(long double value);
+
+// File-system sizes: "%.2f" of the GB amount, or "%.1f" MB below 1 GB. The
+// attribute carries "base-value" = base_value and then, for MB, "units".
+void set_fs_size_attr(ztag* node, const char* name, float gb, const std::string& base_value);
+
+// Used percentage of a file system, rounded ties-to-even. A size of 0 (or any
+// quotient that is not a representable integer) gives the most negative
+// 64-bit value.
+int64_t used_percent(float used_gb, float size_gb);
+// 100 minus used%, wrapping like 64-bit two's complement arithmetic.
+int64_t free_percent(int64_t used_pct);
+
+// Byte counts of machines and disks: "%.2f" GB, or "%.1f" MB below 1 GB with
+// "units" = "MB"; then "base-value" = the byte count.
+void set_byte_size_attr(ztag* node, const char* name, uint64_t bytes);
+
+// The value of a .vmx key: the text after the first occurrence of
+// key + " = \"" anywhere in the file, up to the next double quote; "" when
+// the key does not occur. Matches inside longer keys that end the same way.
+std::string vmx_value(const std::string& vmx, const std::string& key);
+
+// The presence key of controller prefix + number ("scsi0.present").
+std::string controller_present(const std::string& vmx, const char* prefix, int number);
+
+// The value of a numbered device's key: device name followed directly by
+// suffix (".present = \"", ".fileName = \"", ...), up to the next quote.
+std::string device_value(const std::string& vmx, const std::string& device, const char* suffix);
+
+std::string upper_text(const std::string& text);
+
+// "00:0c:29:ab" -> "00-0C-29-AB": colons become dashes, the rest upper case.
+std::string mac_text(const std::string& mac);
+
+// "annotation" text with every "|0A" replaced by one blank.
+std::string notes_text(const std::string& annotation);
+
+// Machines per socket: total / per_socket. A per_socket of 0 (an invalid
+// setting) counts the machine as one core per socket, giving total; the
+// single overflowing case (most negative / -1) wraps to the most negative.
+int64_t cpu_count(int64_t total_cores, int64_t cores_per_socket);
+
+// vm-state from "vim-cmd vmsvc/power.getstate" output: 1 on, 0 off (any
+// other "Powered " word), 2 suspended, -1 when the output says neither.
+int power_state(const std::string& output);
+
+// One line of the getallvms listing.
+struct VmListing {
+  enum Kind { kMachine, kContinuation, kEnd } kind = kEnd;
+  std::string id;         // first column
+  std::string datastore;  // text between "[" and "]"
+  std::string relative;   // from the first non-blank after "]" through ".vmx"
+};
+VmListing parse_vm_line(const std::string& line);
+
+// preallocated / single-file from a createType value (any case); -1 where no
+// rule applies and the attribute is not written.
+struct DiskFlags {
+  int preallocated = -1;
+  int single_file = -1;
+};
+DiskFlags create_type_flags(const std::string& create_type);
+
+// Size of the buffer read from the start of a .vmdk file.
+constexpr size_t kVmdkHead = 8192;
+// Where a sparse extent ("KDMV") keeps its embedded descriptor.
+constexpr size_t kEmbeddedDescriptorOffset = 512;
+
+// Whether the first bytes of a .vmdk are a sparse extent header.
+bool is_sparse_extent(const std::string& head);
+// The descriptor embedded in a sparse extent whose first bytes are head: the
+// bytes from offset 512 to the first zero byte (or the end of the 8192-byte
+// head), or "" when offset 512 does not hold "#".
+std::string embedded_descriptor(const std::string& head);
+
+// Directory part of a path, up to and including its last "/" ("" when there
+// is none).
+std::string directory_of(const std::string& path);
+
+// Longest chain of parent disks followed from one disk. A longer chain (or a
+// chain that loops back on itself) stops there; the disk then gets no
+// "max-size" and no createType flags.
+constexpr int kMaxParentDepth = 32;
+
+}  // namespace storage
+
+#endif  // QUILLSCAN_COLLECTORS_STORAGE_STORAGE_H_
