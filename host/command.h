@@ -28,8 +28,7 @@ void print_message(const char* format, ...) __attribute__((format(printf, 1, 2))
 
 // Adds a "Warning:N" attribute (type=package_not_found, pkg_name=tool, and
 // missing=what or more=what) to node.
-void add_missing_tool_warning(ztag* node, const char* tool_name, const char* what,
-                              bool is_missing);
+void add_missing_tool_warning(ztag* node, const char* tool_name, const char* what, bool is_missing);
 
 // Quotes text taken from the host for use as one shell word: the shell
 // passes it to the tool unchanged and never interprets any of it.

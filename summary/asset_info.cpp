@@ -1,7 +1,125 @@
-// Placeholder until this collector is written.
-#include "app/scanner.h"
+// Asset summary collector: the flat "AssetInfo" record derived from a
+// finished scan. Each stage is one function; they run in a fixed order and
+// their first-setting order is the output order of the attributes.
+#include "summary/asset_info.h"
 
-zXML* CScaner::collect_asset_info(const char*, const char*, const char*, const char*, const char*, const char*, int& out, zXML*) {
+#include "app/identity.h"
+#include "app/scanner.h"
+#include "host/command.h"
+#include "zxml/tag.h"
+#include "zxml/zXML.h"
+
+namespace {
+
+bool is_blank(char c) {
+  return c == ' ' || c == '\t';
+}
+
+// Stage markers, printed only for a log run.
+void mark(const AssetBuild& b, const char* marker) {
+  if (b.scanner->log) print_message("%s", marker);
+}
+
+void set_text(ztag* node, const char* name, const std::string& text) {
+  node->set_attr(name, zvalue(text));
+}
+
+// 1: host name from Samba's NetBIOS name, and the chosen IP.
+void stage_host_and_ip(AssetBuild& b) {
+  set_text(b.asset, "hostname", smb_conf_value(b.smb_conf, "netbios name =", &b.netbios_found));
+  set_text(b.asset, "ip-address", b.ip);
+  mark(b, "1.\n");
+}
+
+// 2: address kind and the kernel's host name. The address counts as
+// dynamic only when a DHCP client runs and Samba names the host.
+void stage_static_ip_and_names(AssetBuild& b) {
+  const bool dynamic = b.scanner->detector->dhclient_running() && b.netbios_found;
+  set_text(b.asset, "static-ip", dynamic ? "0" : "1");
+  const std::string short_name = query_short_host_name(b.scanner->detector->tool_path("uname"));
+  set_text(b.asset, "int-name", short_name);
+  set_text(b.asset, "alias", short_name);
+  if (!b.netbios_found) set_text(b.asset, "hostname", short_name);
+  mark(b, "2.\n");
+}
+
+// 3: fields the inventory application's users fill in, and the user.
+void stage_user(AssetBuild& b) {
+  set_text(b.asset, "description", "");
+  set_text(b.asset, "comment", "");
+  set_text(b.asset, "inv-number", "");
+  set_text(b.asset, "login", b.login);
+  set_text(b.asset, "user-name", first_line(run_command("whoami")));
+  mark(b, "3.\n");
+}
+
+// 6: the Samba workgroup as the domain, and the chosen MAC.
+void stage_domain_and_mac(AssetBuild& b) {
+  bool found = false;
+  set_text(b.asset->child("control"), "domain", smb_conf_value(b.smb_conf, "workgroup =", &found));
+  set_text(b.asset, "mac-address", b.mac);
+  mark(b, "6.\n");
+}
+
+using Stage = void (*)(AssetBuild&);
+
+// The stages in their fixed order.
+const Stage kStages[] = {
+    stage_host_and_ip,
+    stage_static_ip_and_names,
+    stage_user,
+    stage_domain_and_mac,
+};
+
+}  // namespace
+
+std::string smb_conf_value(const std::string& conf, const std::string& key, bool* found) {
+  *found = false;
+  size_t line_start = 0;
+  while (line_start < conf.size()) {
+    size_t line_end = conf.find('\n', line_start);
+    if (line_end == std::string::npos) line_end = conf.size();
+    const std::string line = conf.substr(line_start, line_end - line_start);
+    line_start = line_end + 1;
+    const size_t at = line.find(key);
+    if (at == std::string::npos) continue;
+    size_t first = 0;
+    while (first < line.size() && is_blank(line[first])) ++first;
+    if (first < line.size() && (line[first] == ';' || line[first] == '#')) continue;
+    size_t value = at + key.size();
+    while (value < line.size() && is_blank(line[value])) ++value;
+    *found = true;
+    return line.substr(value);
+  }
+  return std::string();
+}
+
+std::string first_line(const std::string& text) {
+  return text.substr(0, text.find('\n'));
+}
+
+void build_asset_info(AssetBuild& b) {
+  for (Stage stage : kStages) stage(b);
+}
+
+zXML* CScaner::collect_asset_info(const char* ip, const char* physical, const char* fs_size,
+                                  const char* fs_free, const char* mac, const char* login, int& out,
+                                  zXML* snapshot) {
   out = 0;
-  return new zXML(doc_flag, "AssetInfo");
+  zXML* doc = new zXML(doc_flag, "AssetInfo");
+  AssetBuild b;
+  b.scanner = this;
+  b.snapshot = snapshot;
+  b.ip = ip;
+  b.physical = physical;
+  b.fs_size = fs_size;
+  b.fs_free = fs_free;
+  b.mac = mac;
+  b.login = login;
+  b.asset = doc->top();
+  if (log) print_message("Collecting Asset Info data...\n");
+  b.smb_conf = read_file("/etc/samba/smb.conf");
+  build_asset_info(b);
+  if (log) print_message("End Collecting Asset Info data..\n");
+  return doc;
 }

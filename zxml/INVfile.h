@@ -22,8 +22,9 @@ class InvFile {
 
   // Takes ownership of doc and serializes it at once.
   void add_document(zXML* doc, int type, bool opt1, bool opt2);
-  // Appends an already compressed custom-data body (owned only when
-  // set_owns_raw(true) is called afterwards).
+  // Appends an already compressed custom-data body, a new unsigned char[]
+  // such as data_deflate returns (freed with the container only when
+  // set_owns_raw(true) is called).
   void add_raw(void* data, unsigned long length);
   void set_owns_raw(bool owns) { owns_raw_ = owns; }
 
@@ -33,11 +34,13 @@ class InvFile {
 
   // The whole file image: bodies, header text, trailer.
   std::string build_image();
-  // Writes the image to path; false when the file cannot be created or
-  // written (no partial file is left behind).
+  // Writes the image to path, with flag as the trailer's write flag; false
+  // when the file cannot be created or written (no partial file is left
+  // behind).
   bool write(const char* path, bool flag);
 
   size_t record_count() const { return records_.size(); }
+  bool doc_flag() const { return doc_flag_; }
 
  private:
   struct Record {

@@ -22,9 +22,9 @@ class zvalue {
   zvalue() = default;
   explicit zvalue(bool b);
   // Any integer type other than bool becomes a 64-bit integer value.
-  template <typename T, typename std::enable_if<std::is_integral<T>::value &&
-                                                    !std::is_same<T, bool>::value,
-                                                int>::type = 0>
+  template <typename T,
+            typename std::enable_if<std::is_integral<T>::value && !std::is_same<T, bool>::value,
+                                    int>::type = 0>
   explicit zvalue(T v) : kind_(kInt), int_(static_cast<int64_t>(v)) {}
   explicit zvalue(double d);
   explicit zvalue(const std::string& text);
@@ -117,6 +117,8 @@ class ztag {
   void set_value(const zvalue& value);
   // Appends an owned child as it is (no name check).
   ztag* append_child(std::unique_ptr<ztag> child);
+  // Reorders the children by `less`, keeping equal children in their order.
+  void sort_children(bool (*less)(const ztag& a, const ztag& b));
   std::unique_ptr<ztag> deep_copy() const;
 
   int kind() const { return kind_; }
@@ -131,6 +133,8 @@ class ztag {
   // Serialization (text form of the node).
   size_t text_length(bool skip_children) const;
   size_t write_text(char* buffer, size_t position, bool no_close, bool header_only) const;
+  // zlib level 9 of length bytes; returns a new unsigned char[] (delete[]
+  // it as such) and sets length to the compressed size.
   static void* data_deflate(const void* data, unsigned long& length);
   // The text form of this node compressed; caller frees with delete[].
   unsigned char* pack(unsigned long& length) const;
@@ -155,7 +159,7 @@ int measure_format(const char* format, ...) __attribute__((format(printf, 1, 2))
 
 // Text after `open` (searched from `from`) up to the next `close`, or to the
 // end; empty when `open` is absent.
-std::string text_between(const std::string& text, const std::string& open,
-                         const std::string& close, size_t from = 0);
+std::string text_between(const std::string& text, const std::string& open, const std::string& close,
+                         size_t from = 0);
 
 #endif  // QUILLSCAN_ZXML_TAG_H_

@@ -1,4 +1,43 @@
-// Placeholder until this collector is written.
+// Firewall collector: the host firewall's rulesets and whether each is
+// enabled, from `esxcli network firewall ruleset list`.
 #include "app/scanner.h"
+#include "collectors/network/network.h"
+#include "host/command.h"
+#include "zxml/tag.h"
+#include "zxml/zXML.h"
 
-void CScaner::scan_firewall(zXML*) {}
+void record_firewall(const std::string& output, ztag* top) {
+  const size_t npos = std::string::npos;
+  ztag* firewall = top->child("Security")->child("Firewall");
+  // Added on every run, even when one is there already.
+  firewall->add_meta("kind", "esx_fw");
+
+  // Rulesets start on the line after the dashes under the header. Without
+  // dashes the search for the line end fails too and the lines start at
+  // offset 0, so the header line itself is read as a ruleset.
+  size_t dashes = output.find("--");
+  size_t newline = output.find('\n', dashes);
+  size_t start = newline == npos ? 0 : newline + 1;
+
+  // Rules are numbered from 0. Text after the last "\n" is not read.
+  int number = 0;
+  for (size_t end = output.find('\n', start); end != npos; end = output.find('\n', start)) {
+    const std::string line = output.substr(start, end - start);
+    size_t blank = line.find(' ');
+    const std::string name = line.substr(0, blank);
+    // A line without a blank has no enabled text: the substring past its
+    // end throws out_of_range, which ends the scan. A name followed by
+    // blanks only has an empty enabled text.
+    size_t value = blank == npos ? npos : line.find_first_not_of(' ', blank);
+    if (blank != npos && value == npos) value = line.size();
+    const std::string enabled = line.substr(value);
+    firewall->child(format_string("rule:%d", number), zvalue(name))
+        ->set_attr("enabled", zvalue(enabled == "true" ? "1" : "0"));
+    ++number;
+    start = end + 1;
+  }
+}
+
+void CScaner::scan_firewall(zXML* doc) {
+  record_firewall(run_command("esxcli network firewall ruleset list"), doc->top());
+}

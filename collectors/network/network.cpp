@@ -1,8 +1,372 @@
-// Placeholder until this collector is written.
+// Network collector: one "Network" / "Adapters" node per IPv4 interface the
+// kernel lists (addresses from socket ioctls, description from the host's
+// NIC listing tool, DHCP from dhclient's lease files, gateway from the route
+// listing), the host's DNS servers, and the address list the scan driver
+// picks the host's IP and MAC from.
+#include "collectors/network/network.h"
+
+#include <arpa/inet.h>
 #include <net/if.h>
+#include <netinet/in.h>
+#include <stdio.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <climits>
+#include <cstdint>
+#include <cstring>
 
 #include "app/scanner.h"
+#include "host/command.h"
+#include "zxml/tag.h"
+#include "zxml/zXML.h"
 
-void CScaner::scan_network(zXML*, int, int) {}
-void CScaner::scan_adapter(int, struct ifreq, const char*, zXML*, int, std::string*, std::string*, int, int) {}
-bool CScaner::lease_matches(const std::string&, const std::string&, const std::string&) { return false; }
+namespace {
+
+const size_t npos = std::string::npos;
+
+// Size of the buffer the kernel fills with the interface list.
+const size_t kInterfaceListBytes = 1024;
+
+const char kZeroMac[] = "00-00-00-00-00-00";
+const char kLoopbackName[] = "lo0";
+const char kLoopbackText[] = "Local Loopback";
+
+// The low 32 bits of v read as a signed 32-bit number (two's complement),
+// computed without any out-of-range conversion.
+int32_t low32_signed(uint64_t v) {
+  uint32_t low = static_cast<uint32_t>(v);
+  if (low <= static_cast<uint32_t>(INT32_MAX)) return static_cast<int32_t>(low);
+  return static_cast<int32_t>(static_cast<int64_t>(low) - (INT64_C(1) << 32));
+}
+
+// Reads a decimal integer at pos the way atoi does (leading white space, an
+// optional sign, then digits; 0 when there are none), keeping the low 32
+// bits of the number instead of overflowing.
+int32_t read_decimal(const std::string& text, size_t pos) {
+  while (pos < text.size() && (text[pos] == ' ' || (text[pos] >= '\t' && text[pos] <= '\r'))) {
+    ++pos;
+  }
+  bool negative = false;
+  if (pos < text.size() && (text[pos] == '+' || text[pos] == '-')) {
+    negative = text[pos] == '-';
+    ++pos;
+  }
+  uint64_t value = 0;
+  while (pos < text.size() && text[pos] >= '0' && text[pos] <= '9') {
+    value = value * 10 + static_cast<uint64_t>(text[pos] - '0');  // wraps, never overflows
+    ++pos;
+  }
+  if (negative) value = 0 - value;
+  return low32_signed(value);
+}
+
+// Dotted-decimal text of the IPv4 address held in a request's address
+// field. The field is copied out byte-wise because the ioctls rewrite it
+// in whichever form they answer with.
+std::string dotted_address(const struct ifreq& request) {
+  struct sockaddr_in address;
+  static_assert(sizeof address <= sizeof request.ifr_ifru, "address field too small");
+  memcpy(&address, &request.ifr_ifru, sizeof address);
+  char text[INET_ADDRSTRLEN] = {};
+  if (inet_ntop(AF_INET, &address.sin_addr, text, sizeof text) == nullptr) return "";
+  return text;
+}
+
+time_t current_time() {
+  return time(nullptr);
+}
+
+}  // namespace
+
+std::string mac_dashed(const unsigned char b[6]) {
+  return format_string("%02X-%02X-%02X-%02X-%02X-%02X", b[0], b[1], b[2], b[3], b[4], b[5]);
+}
+
+std::string mac_colon(const unsigned char b[6]) {
+  return format_string("%02x:%02x:%02x:%02x:%02x:%02x", b[0], b[1], b[2], b[3], b[4], b[5]);
+}
+
+std::string nic_description(const std::string& listing, int esx_major,
+                            const std::string& colon_mac) {
+  size_t start;
+  if (esx_major == 5 || esx_major == 6) {
+    start = listing.find("---");  // the dashes under esxcli's header
+  } else if (esx_major == 4) {
+    start = 0;  // esxcfg-nics has no dashes; its header is the line skipped below
+  } else {
+    return "";
+  }
+  if (start == npos) return "";
+
+  // Lines run from one "\n" to the next; text after the last "\n" is not
+  // looked at.
+  size_t newline = listing.find('\n', start);
+  while (newline != npos) {
+    size_t line_start = newline + 1;
+    size_t line_end = listing.find('\n', line_start);
+    if (line_end == npos) break;
+    std::string line = listing.substr(line_start, line_end - line_start);
+    newline = line_end;
+
+    // Columns are separated by runs of blanks; column 1 starts at offset 0
+    // even when the line starts with a blank.
+    size_t column_start = 0;
+    size_t column_end = line.find(' ');
+    bool has_seven = true;
+    for (int column = 2; column <= 7; ++column) {
+      if (column_end == npos) {
+        has_seven = false;
+        break;
+      }
+      column_start = line.find_first_not_of(' ', column_end);
+      if (column_start == npos) {
+        has_seven = false;
+        break;
+      }
+      column_end = line.find(' ', column_start);
+    }
+    if (!has_seven) continue;
+    size_t length = column_end == npos ? npos : column_end - column_start;
+    if (line.compare(column_start, length, colon_mac) != 0) continue;
+
+    // The rest of the line starts with column 8, the MTU; it stays at the
+    // front of the description. A line that ends with the MAC column gives
+    // an empty description.
+    size_t rest = column_end == npos ? npos : line.find_first_not_of(' ', column_end);
+    return rest == npos ? "" : line.substr(rest);
+  }
+  return "";
+}
+
+std::string default_gateway(const std::string& route_output, bool* found) {
+  static const char kMarker[] = " 0.0.0.0 ";
+  *found = false;
+  if (route_output.empty()) return "";
+  size_t hit = route_output.find(kMarker);
+  if (hit == npos) return "";
+  *found = true;
+  size_t start = hit + strlen(kMarker);
+  size_t end = route_output.find('\n', start);
+  return route_output.substr(start, end == npos ? npos : end - start);
+}
+
+bool lease_matches_at(const std::string& lease, const std::string& ifname, const std::string& ip,
+                      time_t (*clock)()) {
+  const std::string pattern = "\"" + ifname + "\"";
+  if (lease.find(pattern) == npos) return false;
+
+  // The last occurrence, searching from offset 1; an occurrence only at
+  // offset 0 leaves the searches below starting at the top of the text.
+  size_t last = 0;
+  for (size_t hit = lease.find(pattern, 1); hit != npos; hit = lease.find(pattern, hit + 1)) {
+    last = hit;
+  }
+
+  // A keyword or delimiter that is missing makes the text no lease of ours.
+  static const char kAddress[] = "fixed-address";
+  size_t keyword = lease.find(kAddress, last);
+  if (keyword == npos) return false;
+  size_t value = lease.find_first_not_of(' ', keyword + strlen(kAddress));
+  if (value == npos) return false;
+  size_t semicolon = lease.find(';', value);
+  if (semicolon == npos) return false;
+  const std::string address = lease.substr(value, semicolon - value);
+
+  static const char kLeaseTime[] = "dhcp-lease-time";
+  keyword = lease.find(kLeaseTime, semicolon);
+  if (keyword == npos) return false;
+  value = lease.find_first_not_of(' ', keyword + strlen(kLeaseTime));
+  if (value == npos) return false;
+  const int32_t lease_seconds = read_decimal(lease, value);
+  semicolon = lease.find(';', value);
+  if (semicolon == npos) return false;
+
+  // "expire <weekday> <year>/<month>/<day> <hour>:<minute>:<second>;" with
+  // a one-character weekday.
+  static const char kExpire[] = "expire";
+  keyword = lease.find(kExpire, semicolon);
+  if (keyword == npos) return false;
+  size_t weekday = lease.find_first_not_of(' ', keyword + strlen(kExpire));
+  if (weekday == npos) return false;
+  size_t date = lease.find_first_not_of(' ', weekday + 2);
+  if (date == npos) return false;
+  int32_t fields[6];  // year, month, day, hour, minute, second
+  const char delimiters[5] = {'/', '/', ' ', ':', ':'};
+  size_t pos = date;
+  for (int i = 0; i < 6; ++i) {
+    fields[i] = read_decimal(lease, pos);
+    if (i == 5) break;
+    size_t delimiter = lease.find(delimiters[i], pos);
+    if (delimiter == npos) return false;
+    pos = delimiter + 1;
+  }
+
+  // The expiry is taken as local time (dhclient writes UTC), on top of
+  // today's broken-down local time, so today's daylight-saving flag applies.
+  time_t now = clock();
+  struct tm when;
+  if (localtime_r(&now, &when) == nullptr) return false;
+  const int64_t year = static_cast<int64_t>(fields[0]) - 1900;
+  const int64_t month = static_cast<int64_t>(fields[1]) - 1;
+  if (year < INT_MIN || month < INT_MIN) return false;
+  when.tm_year = static_cast<int>(year);
+  when.tm_mon = static_cast<int>(month);
+  when.tm_mday = fields[2];
+  when.tm_hour = fields[3];
+  when.tm_min = fields[4];
+  when.tm_sec = fields[5];
+  const time_t expire_time = mktime(&when);
+
+  // Compared as signed 32-bit seconds, with the start computed in 32 bits.
+  now = clock();
+  const uint32_t expire_low = static_cast<uint32_t>(static_cast<int64_t>(expire_time));
+  const int32_t expire = low32_signed(expire_low);
+  const int32_t start = low32_signed(expire_low - static_cast<uint32_t>(lease_seconds));
+  const int32_t now32 = low32_signed(static_cast<uint64_t>(static_cast<int64_t>(now)));
+  const bool current = start < now32 && now32 < expire;
+  return current && address == ip;
+}
+
+void record_adapter(ztag* top, int index, const AdapterRecord& adapter) {
+  ztag* node = top->child("Network")
+                   ->child("Adapters")
+                   ->child(format_string("net-adapter:%d", index), zvalue(adapter.description));
+  node->set_attr("ip-subnet", zvalue(adapter.netmask));
+  node->set_attr("adapter-name", zvalue(adapter.description));
+  node->set_attr("type", zvalue(adapter.type));
+  if (adapter.mac != kZeroMac) {
+    node->set_attr("mac-address", zvalue(adapter.mac));
+    node->set_attr("manuf-by-mac", zvalue(adapter.mac.substr(0, 8)));
+  }
+  node->set_attr("bsd-device-name", zvalue(adapter.name));
+  node->set_attr("ip-address", zvalue(adapter.ip));
+  node->set_attr("dhcp-enabled", zvalue(adapter.dhcp ? "1" : "0"));
+  bool has_gateway = false;
+  const std::string gateway = default_gateway(adapter.route_output, &has_gateway);
+  if (has_gateway) node->set_attr("default-gateway", zvalue(gateway));
+}
+
+void record_dns_servers(const std::string& resolv, size_t from, ztag* top) {
+  static const char kKeyword[] = "nameserver";
+  if (resolv.empty()) return;
+  unsigned key = 1;
+  size_t pos = from;
+  for (;;) {
+    // A plain substring search: comments and longer words count as well.
+    size_t hit = resolv.find(kKeyword, pos);
+    if (hit == npos) return;
+    // Only blanks are skipped, so a tab stays at the front of the value. A
+    // keyword at the very end of the text gives an empty value.
+    size_t value = hit + strlen(kKeyword);
+    while (value < resolv.size() && resolv[value] == ' ') ++value;
+    size_t end = resolv.find('\n', value);
+    top->child("Network")
+        ->child("dns-servers")
+        ->set_attr(format_string("dns-server:%u", key),
+                   zvalue(resolv.substr(value, end == npos ? npos : end - value)));
+    key = (key + 1) % 65536;
+    if (end == npos) return;
+    pos = value;
+  }
+}
+
+bool CScaner::lease_matches(const std::string& lease, const std::string& ifname,
+                            const std::string& ip) {
+  return lease_matches_at(lease, ifname, ip, current_time);
+}
+
+void CScaner::scan_network(zXML* doc, int esx_major, int reserved) {
+  int sock = socket(AF_INET, SOCK_DGRAM, 0);
+
+  // Zero-filled, so that a failed listing (which leaves the length at the
+  // whole buffer) walks empty records rather than stale memory.
+  alignas(struct ifreq) char buffer[kInterfaceListBytes] = {};
+  struct ifconf list;
+  memset(&list, 0, sizeof list);
+  list.ifc_len = static_cast<int>(sizeof buffer);
+  list.ifc_buf = buffer;
+  if (ioctl(sock, SIOCGIFCONF, &list) < 0) perror("ioctl(SIOCGIFCONF)");
+  size_t used = list.ifc_len > 0 ? static_cast<size_t>(list.ifc_len) : 0;
+  if (used > sizeof buffer) used = sizeof buffer;
+  const size_t count = used / sizeof(struct ifreq);
+
+  for (size_t i = 0; i < count; ++i) {
+    struct ifreq request;
+    memcpy(&request, buffer + i * sizeof request, sizeof request);
+    char name[IFNAMSIZ + 1] = {};
+    memcpy(name, request.ifr_name, IFNAMSIZ);
+    AdapterAddress address;
+    scan_adapter(sock, request, name, doc, static_cast<int>(i) + 1, &address.ip, &address.mac,
+                 esx_major, reserved);
+    addresses.push_back(address);
+  }
+  // The socket stays open, as it always has: one descriptor per scan, and
+  // the agent runs one scan before it exits.
+
+  // The DNS search position is shared with the adapter pass and not reset
+  // after it: once an adapter has been read it lies past the end of the
+  // text and no server is recorded. Only an adapter-less pass searches
+  // from the top. Kept as the agent has always behaved.
+  const std::string resolv = read_file("/etc/resolv.conf");
+  record_dns_servers(resolv, count > 0 ? npos : 0, doc->top());
+}
+
+void CScaner::scan_adapter(int sock, struct ifreq request, const char* name, zXML* doc, int index,
+                           std::string* ip_slot, std::string* mac_slot, int esx_major,
+                           int reserved) {
+  (void)reserved;
+  AdapterRecord adapter;
+  adapter.name = name;
+  adapter.ip = dotted_address(request);
+  *ip_slot = adapter.ip;
+
+  // Each ioctl rewrites the request's address field; a failed one leaves
+  // it as it was, and its bytes are read all the same.
+  if (ioctl(sock, SIOCGIFNETMASK, &request) < 0) perror("ioctl(SIOCGIFNETMASK)");
+  adapter.netmask = dotted_address(request);
+  if (ioctl(sock, SIOCGIFHWADDR, &request) < 0) perror("ioctl(SIOCGIFHWADDR)");
+  struct sockaddr hardware;
+  memcpy(&hardware, &request.ifr_ifru, sizeof hardware);
+  unsigned char mac[6];
+  memcpy(mac, hardware.sa_data, sizeof mac);
+  adapter.mac = mac_dashed(mac);
+  *mac_slot = adapter.mac;
+
+  std::string listing;
+  if (esx_major == 5 || esx_major == 6) {
+    listing = run_command("esxcli network nic list");
+  } else if (esx_major == 4) {
+    listing = run_command("esxcfg-nics -l");
+  }
+  adapter.description = nic_description(listing, esx_major, mac_colon(mac));
+
+  if (adapter.name == kLoopbackName) {
+    adapter.type = kLoopbackText;
+    adapter.description = kLoopbackText;
+  } else {
+    adapter.type = "Ethernet";
+  }
+
+  // The route listing is filtered by the shell; the interface name is quoted
+  // so that it reaches grep as one literal word.
+  adapter.route_output = run_command(format_string(
+      "esxcfg-route -l |grep %s|awk '{print \" \"$2\" \"$3}'", shell_quote(adapter.name).c_str()));
+
+  adapter.dhcp = false;
+  if (detector != nullptr && detector->dhclient_running()) {
+    const std::string lease_files[3] = {
+        format_string("/var/lib/dhcp/dhclient-%s.leases", name),
+        "/var/lib/dhcp/dhclient.leases",
+        "/var/lib/dhcp/dhclient.leases~",
+    };
+    for (const std::string& path : lease_files) {
+      if (lease_matches(read_file(path), adapter.name, adapter.ip)) {
+        adapter.dhcp = true;
+        break;
+      }
+    }
+  }
+
+  record_adapter(doc->top(), index, adapter);
+}

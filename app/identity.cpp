@@ -1,0 +1,98 @@
+// The host's identity for one scan and the inventory file name.
+#include "app/identity.h"
+
+#include <sys/stat.h>
+
+#include <climits>
+#include <cstdio>
+
+#include "host/command.h"
+#include "zxml/tag.h"
+
+std::string short_host_name(const std::string& uname_output) {
+  size_t stop = uname_output.find('.');
+  if (stop == std::string::npos) stop = uname_output.find('\n');
+  return uname_output.substr(0, stop);
+}
+
+std::string query_short_host_name(const char* uname_path) {
+  if (uname_path == nullptr) return std::string();
+  return short_host_name(run_command(shell_quote(uname_path) + " -n"));
+}
+
+std::string choose_ip(const std::vector<AdapterAddress>& addresses, const char* given) {
+  if (given != nullptr) {
+    for (const AdapterAddress& address : addresses) {
+      if (address.ip == given) return address.ip;
+    }
+  }
+  // A given IP that no adapter has is ignored.
+  for (const AdapterAddress& address : addresses) {
+    if (address.ip != "0.0.0.0" && address.mac != "00-00-00-00-00-00") return address.ip;
+  }
+  return "127.0.0.1";
+}
+
+std::string choose_mac(const std::vector<AdapterAddress>& addresses, const std::string& ip) {
+  for (const AdapterAddress& address : addresses) {
+    if (address.ip == ip) return address.mac;
+  }
+  // Five groups: the inventory application knows this value as "no MAC".
+  return "00-00-00-00-00";
+}
+
+std::string inventory_file_name(const std::string& short_name, const std::string& mac, int copy) {
+  std::string host;
+  for (char c : short_name) {
+    if (c == '-') {
+      host += '_';
+    } else if (c >= 'a' && c <= 'z') {
+      host += static_cast<char>(c - 'a' + 'A');
+    } else {
+      host += c;
+    }
+  }
+  std::string bare_mac;
+  for (char c : mac) {
+    if (c != '-') bare_mac += c;
+  }
+  std::string name = host + "_" + bare_mac;
+  if (copy > 0) name += format_string("(%d)", copy);
+  name += ".inv";
+  // The host name is whatever the host's uname printed. "/" would lead into
+  // another directory and NUL cannot be in a name at all; control bytes
+  // (newlines included) would break the one-line result report that the
+  // program that started the agent reads. All of them become "_". With no
+  // "/" left, the name is one entry of the current directory ("." and ".."
+  // cannot occur: the name always ends in ".inv").
+  for (char& c : name) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    if (c == '/' || byte < 0x20 || byte == 0x7f) c = '_';
+  }
+  return name;
+}
+
+bool path_taken(const std::string& path) {
+  if (FILE* file = fopen(path.c_str(), "r")) {
+    fclose(file);
+    return true;
+  }
+  // A symbolic link that cannot be opened (it points nowhere, or somewhere
+  // unreadable) also counts as taken: writing through it could create a
+  // file outside the current directory.
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode);
+}
+
+std::string choose_output_path(const std::string& dir, const std::string& short_name,
+                               const std::string& mac, std::string* file_name) {
+  std::string name;
+  std::string path;
+  for (int copy = 0;; ++copy) {
+    name = inventory_file_name(short_name, mac, copy);
+    path = dir + "/" + name;
+    if (!path_taken(path) || copy == INT_MAX) break;
+  }
+  if (file_name != nullptr) *file_name = name;
+  return path;
+}

@@ -1,0 +1,41 @@
+// The host's identity for one scan (short name, IP, MAC) and the name of
+// the inventory file built from it.
+#ifndef QUILLSCAN_APP_IDENTITY_H_
+#define QUILLSCAN_APP_IDENTITY_H_
+
+#include <string>
+#include <vector>
+
+#include "app/scanner.h"
+
+// The short host name in the output of "uname -n": up to the first ".", or
+// when there is none, up to the first newline.
+std::string short_host_name(const std::string& uname_output);
+
+// Runs "<uname> -n" and returns the short host name. A host without
+// "uname" (null path) has the empty name.
+std::string query_short_host_name(const char* uname_path);
+
+// The IP that identifies the host: the given one when some adapter has
+// it, else the first usable adapter's, else "127.0.0.1". `given` may be null.
+std::string choose_ip(const std::vector<AdapterAddress>& addresses, const char* given);
+
+// The MAC of the first adapter with that IP, else "00-00-00-00-00".
+std::string choose_mac(const std::vector<AdapterAddress>& addresses, const std::string& ip);
+
+// "<HOST>_<MAC>.inv" with "-" removed from the MAC and the host name
+// upper-cased with "-" turned into "_"; `copy` > 0 gives
+// "<HOST>_<MAC>(<copy>).inv". Bytes that cannot stand in a single file
+// name are replaced, so the name never leads out of the directory.
+std::string inventory_file_name(const std::string& short_name, const std::string& mac, int copy);
+
+// True when `path` is taken: it can be opened for reading, or it is a
+// symbolic link (even one that points nowhere).
+bool path_taken(const std::string& path);
+
+// The first inventory file name not taken in `dir`; *file_name receives
+// the name alone, the result is "<dir>/<name>".
+std::string choose_output_path(const std::string& dir, const std::string& short_name,
+                               const std::string& mac, std::string* file_name);
+
+#endif  // QUILLSCAN_APP_IDENTITY_H_
