@@ -36,7 +36,9 @@ namespace {
 
 constexpr int kRepeats = 3;
 
-long long micros(const timeval& t) { return t.tv_sec * 1000000LL + t.tv_usec; }
+long long micros(const timeval& t) {
+  return t.tv_sec * 1000000LL + t.tv_usec;
+}
 
 // VmHWM (peak resident set) of this process in kB, from /proc.
 long long peak_rss_kb() {
@@ -50,6 +52,9 @@ long long peak_rss_kb() {
 
 // Inside the simulated host: one full scan, figures to bench.txt.
 int inner() {
+  // As in a silent run of the agent, standard error (and with it that of
+  // every tool the scan starts) goes nowhere.
+  if (std::freopen("/dev/null", "w", stderr) == nullptr) return 1;
   const long long base_kb = peak_rss_kb();
   rusage before_self{}, before_children{};
   getrusage(RUSAGE_SELF, &before_self);
@@ -70,8 +75,7 @@ int inner() {
       << "\nchildren_us "
       << (micros(children.ru_utime) - micros(before_children.ru_utime)) +
              (micros(children.ru_stime) - micros(before_children.ru_stime))
-      << "\nwall_ms "
-      << std::chrono::duration_cast<std::chrono::milliseconds>(end - start).count()
+      << "\nwall_ms " << std::chrono::duration_cast<std::chrono::milliseconds>(end - start).count()
       << "\nbase_kb " << base_kb << "\npeak_kb " << peak_rss_kb() << "\n";
   return out ? 0 : 1;
 }
@@ -98,8 +102,8 @@ fs::path source_dir(const char* argv0) {
 
 // Machines in the scan's snapshot, counted with the decoder.
 int count_machines(const fs::path& decoder, const fs::path& inv) {
-  const std::string text = run_command(shell_quote(decoder.string()) + " text " +
-                                       shell_quote(inv.string()) + " 0");
+  const std::string text =
+      run_command(shell_quote(decoder.string()) + " text " + shell_quote(inv.string()) + " 0");
   std::istringstream lines(text);
   std::string line;
   int n = 0;
@@ -120,9 +124,8 @@ bool measure(const fs::path& src, const fs::path& self, int machines, Figures& f
   std::ofstream(host / "count") << machines << "\n";
 
   const std::string cmd = shell_quote((src / "sim" / "run").string()) + " " +
-                          shell_quote(host.string()) + " --workdir " +
-                          shell_quote(work.string()) + " --bind " +
-                          shell_quote(self.parent_path().string()) + " -- " +
+                          shell_quote(host.string()) + " --workdir " + shell_quote(work.string()) +
+                          " --bind " + shell_quote(self.parent_path().string()) + " -- " +
                           shell_quote(self.string()) + " --inner >/dev/null";
   const int status = std::system(cmd.c_str());
   std::ifstream in(work / "bench.txt");
@@ -169,8 +172,8 @@ int main(int argc, char** argv) {
       Figures f;
       if (!measure(src, self, sizes[s], f)) return 1;
       if (f.machines != sizes[s]) {
-        std::cerr << "bench_vms: the snapshot lists " << f.machines << " machines, not "
-                  << sizes[s] << "\n";
+        std::cerr << "bench_vms: the snapshot lists " << f.machines << " machines, not " << sizes[s]
+                  << "\n";
         return 1;
       }
       std::printf("%-9d %-4d %12.1f %14.1f %10lld %12lld %12lld\n", sizes[s], r + 1,
@@ -184,8 +187,8 @@ int main(int argc, char** argv) {
     }
   }
   const double cpu_ratio = static_cast<double>(best[1].self_us) / best[0].self_us;
-  const double mem_ratio = static_cast<double>(best[1].peak_kb - best[1].base_kb) /
-                           (best[0].peak_kb - best[0].base_kb);
+  const double mem_ratio =
+      static_cast<double>(best[1].peak_kb - best[1].base_kb) / (best[0].peak_kb - best[0].base_kb);
   std::printf("\nagent CPU (least of %d): %.1f ms for 256, %.1f ms for 1024 machines: x%.2f\n",
               kRepeats, best[0].self_us / 1000.0, best[1].self_us / 1000.0, cpu_ratio);
   std::printf("peak RSS added by the scan: %lld kB for 256, %lld kB for 1024 machines: x%.2f\n",

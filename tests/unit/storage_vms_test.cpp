@@ -71,14 +71,11 @@ TEST(StorageVmListing, ContinuationsAndUnknownDatastores) {
       read_fixture("esxi-samples/vim-cmd_vmsvc+getallvms.esxi6x.multiline-annotation."
                    "reconstructed.txt"),
       &doc);
-  const std::string kind = scanner->dictionary->guest_family("");
   EXPECT_EQ(dump(doc.top()->find_child("VMs")),
             "+VMs=\n"
-            "+vm:1=web01\n~kind=" +
-                kind +
-                "\n"
-                "vm-id=1\n"
-                "vm-conf-file=" +
+            "+vm:1=web01\n~kind=other\n"
+            "vm-id=1\n"
+            "vm-conf-file=" +
                 root.path() +
                 "/web01/web01.vmx\n"
                 "vm-version=\n"
@@ -114,6 +111,19 @@ TEST(StorageVmListing, NoLogicalDisksMeansStateThree) {
   scanner->record_vms("Vmid   Name   File   Guest OS   Version   Annotation\n", &empty);
   scanner->record_vms("5 a [ds] a/a.vmx g", &empty);
   EXPECT_EQ(dump(empty.top()->find_child("VMs")), "*VMs=\n");
+}
+
+TEST(StorageVmListing, NumbersFillTheFirstGap) {
+  auto scanner = make_scanner();
+  zXML doc(true, "Snapshot");
+  ztag* vms = doc.top()->child("VMs");
+  vms->child("vm:1");
+  vms->child("vm:3");
+  vms->child("vm:05");  // not the "%d" form of 5
+  scanner->record_vms("Vmid Name File\n7 a [x] a.vmx\n8 b [x] b.vmx\n9 c [x] c.vmx\n", &doc);
+  std::string names;
+  for (const auto& c : vms->children()) names += c->name() + " ";
+  EXPECT_EQ(names, "vm:1 vm:3 vm:05 vm:2 vm:4 vm:5 ");
 }
 
 TEST(StorageVmx, KeyLookupQuirks) {
@@ -168,11 +178,10 @@ TEST(StorageVmConfig, RealConfigurationFile) {
   const uint64_t disks = flat + descriptor.size();
   const uint64_t all = disks + vmx.size() + 8684;
   EXPECT_EQ(dump(machine),
-            "+vm:1=rhel6\n~kind=" + scanner->dictionary->guest_family("rhel6-64") +
-                "\n"
-                "vm-version=8\n"
-                "vm-guest-os-type=rhel6-64\n"
-                "vm-current-stor-size=20.00\n~base-value=" +
+            "+vm:1=rhel6\n~kind=redhat\n"
+            "vm-version=8\n"
+            "vm-guest-os-type=rhel6-64\n"
+            "vm-current-stor-size=20.00\n~base-value=" +
                 std::to_string(disks) +
                 "\n"
                 "vm-current-size=20.00\n~base-value=" +
