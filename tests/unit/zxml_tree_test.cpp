@@ -4,8 +4,11 @@
 
 #include <climits>
 #include <cmath>
+#include <cstring>
 #include <memory>
+#include <random>
 #include <string>
+#include <vector>
 
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
@@ -270,6 +273,50 @@ TEST(ZxmlHelpers, TextBetween) {
   for (const Case& c : cases) {
     EXPECT_EQ(text_between(text, c.open, c.close, c.from), c.out) << c.open << " from " << c.from;
   }
+}
+
+}  // namespace
+
+namespace {
+
+// Numbers are printed without the C library where that is exact; the text
+// must still be what printf gives, including its rounding of halves.
+TEST(ZxmlValue, NumbersPrintLikePrintf) {
+  std::vector<double> reals = {0.0,    -0.0,   0.005,      0.015, 0.125,  0.375,  2.675,
+                               1.005,  -1.005, 1e15,       -1e15, 9.2e16, 9.3e16, 1.5e300,
+                               5e-324, 99.995, 99.9949999, 0.5,   -0.125, 1e-3,   123456.785};
+  std::mt19937_64 rng(99);
+  for (int i = 0; i < 200000; ++i) {
+    const uint64_t bits = rng();
+    double d;
+    switch (i % 4) {
+      case 0:  // any bit pattern (NaN, infinities and subnormals included)
+        std::memcpy(&d, &bits, sizeof d);
+        break;
+      case 1:  // ties and near-ties of hundredths
+        d = static_cast<double>(static_cast<int64_t>(bits % 2000000) - 1000000) / 8.0;
+        break;
+      case 2:
+        d = std::nextafter(static_cast<double>(bits % 100000) / 1000.0, (bits & 1) ? 1e9 : -1e9);
+        break;
+      default:
+        d = std::ldexp(static_cast<double>(bits >> 11), static_cast<int>(bits % 120) - 100);
+    }
+    reals.push_back(d);
+  }
+  char expected[400];
+  for (double d : reals) {
+    std::snprintf(expected, sizeof expected, "%.2lf", d);
+    const zvalue v(d);
+    ASSERT_EQ(v.printed(), expected) << std::hexfloat << d;
+    ASSERT_EQ(v.printed_length(), std::strlen(expected));
+  }
+  for (int i = 0; i < 100000; ++i) {
+    const int64_t n = static_cast<int64_t>(rng()) >> (rng() % 64);
+    std::snprintf(expected, sizeof expected, "%lld", static_cast<long long>(n));
+    ASSERT_EQ(zvalue(n).printed(), expected);
+  }
+  EXPECT_EQ(zvalue(static_cast<int64_t>(INT64_MIN)).printed(), "-9223372036854775808");
 }
 
 }  // namespace
