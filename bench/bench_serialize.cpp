@@ -99,7 +99,8 @@ int main() {
   double t0 = cpu_seconds();
   build(doc, rng);
   const size_t text_size = doc.root()->text_length(false);
-  std::printf("tree built in %.2f s: %.1f MiB of text\n", cpu_seconds() - t0, text_size / 1048576.0);
+  std::printf("tree built in %.2f s: %.1f MiB of text\n", cpu_seconds() - t0,
+              text_size / 1048576.0);
 
   // The same text, written once, for zlib alone.
   std::unique_ptr<char[]> text(new char[text_size]);
