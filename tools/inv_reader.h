@@ -21,6 +21,10 @@ constexpr uint64_t kMaxInflated = 512ull << 20;
 constexpr uint64_t kMaxHeader = 64ull << 20;
 // Deepest element nesting accepted in a document.
 constexpr size_t kMaxDepth = 1000;
+// Most lines (elements, attributes, annotations) turned into a tree; a real
+// inventory has a few hundred thousand. Each parsed item costs far more
+// memory than its line, so the inflate limit alone would not bound it.
+constexpr size_t kMaxItems = 4000000;
 
 using Annotations = std::vector<std::pair<std::string, std::string>>;
 
@@ -68,15 +72,18 @@ bool parse_header(const std::string& text, uint64_t bodies_end, Header* header, 
 // refuses output larger than limit.
 bool inflate_limited(const std::string& data, uint64_t limit, std::string* out, std::string* error);
 
-// Parses the text form of a document (byte order mark, "?zxml", one top
-// element) into top.
-bool parse_document(const std::string& text, Element* top, std::string* error);
+// Parses the text form of a document (byte order mark, "?zxml", the top
+// element, then any further elements of the root) into top and, when given,
+// more. With top null the text is only checked, in memory that does not grow
+// with the document.
+bool parse_document(const std::string& text, Element* top, std::string* error,
+                    std::vector<Element>* more = nullptr);
 
 // Writes an element back in the text form (the inverse of parse_document
 // for the element lines; add the document start for a whole document).
 std::string element_text(const Element& e);
-// The whole document text of a top element.
-std::string document_text(const Element& top);
+// The whole document text of a top element and the root's further elements.
+std::string document_text(const Element& top, const std::vector<Element>* more = nullptr);
 
 // Checks that text is UTF-8 in the sense the tree library keeps when it
 // repairs text: lead bytes 0xC0-0xFD followed by the number of

@@ -1,9 +1,6 @@
 // Asset summary: Samba configuration values and the identity, user and
 // domain stages over fake host tools.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <string>
 
 #include "app/scanner.h"
 #include "spine_test_support.h"
@@ -12,49 +9,34 @@
 
 namespace {
 
-using spine_test::text_of;
-using spine_test::write_script;
-
 TEST(AssetSmbConf, FirstUncommentedLine) {
-  struct Case {
-    std::string conf;
-    bool found;
-    std::string value;
+  const std::pair<std::string, const char*> cases[] = {
+      {"", "-"},
+      {"[global]\n   netbios name = ESX01\n   workgroup = LAB\n", "ESX01"},
+      {"netbios name =\t \tESX 01 ", "ESX 01 "},  // leading blanks only; no final newline
+      {";netbios name = A\n  # netbios name = B\nnetbios name = C\n", "C"},
+      {"\t; netbios name = OLD\n", "-"},
+      {"netbios name = \n", ""},
+      {"netbios name=ESX01\nNetBIOS name = X\n", "-"},  // the key is exact
+      {"x netbios name = A # b\n", "A # b"},            // comments only at line start
   };
-  const Case cases[] = {
-      {"", false, ""},
-      {"[global]\n   netbios name = ESX01\n   workgroup = LAB\n", true, "ESX01"},
-      {"netbios name =ESX01", true, "ESX01"},             // no newline at the end
-      {"netbios name =\t \tESX 01 \n", true, "ESX 01 "},  // leading blanks only
-      {";netbios name = OLD\n  # netbios name = OLDER\nnetbios name = NEW\n", true, "NEW"},
-      {"\t; netbios name = OLD\n", false, ""},
-      {"netbios name = \n", true, ""},
-      {"netbios name=ESX01\n", false, ""},  // the key includes " ="
-      {"NetBIOS name = ESX01\n", false, ""},
-      {"x netbios name = A # b\n", true, "A # b"},  // a comment only at line start
-  };
-  for (const Case& c : cases) {
-    bool found = !c.found;
-    EXPECT_EQ(smb_conf_value(c.conf, "netbios name =", &found), c.value) << c.conf;
-    EXPECT_EQ(found, c.found) << c.conf;
+  for (const auto& c : cases) {
+    bool found = false;
+    const std::string value = smb_conf_value(c.first, "netbios name =", &found);
+    EXPECT_EQ(found ? value : "-", c.second) << c.first;
   }
-  EXPECT_EQ(first_line("root\nx\n"), "root");
-  EXPECT_EQ(first_line("root"), "root");
 }
 
 class AssetBase : public testing::Test {
  protected:
-  void SetUp() override {
-    mkdir((tmp / "tools").c_str(), 0755);
-    mkdir((tmp / "bin").c_str(), 0755);
-    write_script(tmp / "tools/uname", "[ \"$1\" = -n ] && echo esx-01.lab.local\n");
-    write_script(tmp / "tools/ps", "[ \"$1\" = -A ] && echo ' 900 ?  00:00:00 dhclient'\n");
-    write_script(tmp / "bin/whoami", "echo operator\necho second line\n");
-  }
-
-  // Builds the summary; `tools` lists the fake tools the host has.
+  // Builds the summary on a host whose tools are `tools` (of uname, ps).
   std::string build(const std::vector<std::string>& tools, const std::string& smb_conf, bool log,
                     std::string* printed) {
+    mkdir((tmp / "tools").c_str(), 0755);
+    mkdir((tmp / "bin").c_str(), 0755);
+    spine_test::write_script(tmp / "tools/uname", "[ \"$1\" = -n ] && echo esx-01.lab.local\n");
+    spine_test::write_script(tmp / "tools/ps", "[ \"$1\" = -A ] && echo ' 9 ? 00:00 dhclient'\n");
+    spine_test::write_script(tmp / "bin/whoami", "echo operator\necho second line\n");
     spine_test::ScopedPath path(tmp / "bin");
     CScaner scanner(new PKGDetector({tmp / "tools"}, tools, true), new PortsDictionary());
     scanner.log = log;
@@ -71,7 +53,7 @@ class AssetBase : public testing::Test {
     testing::internal::CaptureStdout();
     build_asset_info(b);
     *printed = testing::internal::GetCapturedStdout();
-    return text_of(doc.top());
+    return spine_test::text_of(doc.top());
   }
 
   spine_test::TempDir tmp;
@@ -79,40 +61,33 @@ class AssetBase : public testing::Test {
 
 TEST_F(AssetBase, NamesFromSambaWithDhcp) {
   std::string printed;
-  const std::string text =
-      build({"uname", "ps"},
-            "[global]\n# netbios name = OLD\n   netbios name = FILESRV\n   workgroup = LABDOM\n",
-            true, &printed);
-  EXPECT_EQ(text,
-            "+AssetInfo=\nhostname=FILESRV\nip-address=192.168.1.10\nstatic-ip=0\n"
-            "int-name=esx-01\nalias=esx-01\ndescription=\ncomment=\ninv-number=\n"
-            "login=admin:1\nuser-name=operator\nmac-address=00-0C-29-AB-CD-EF\n"
-            "*control=\ndomain=LABDOM\n-\n");
+  EXPECT_EQ(
+      build({"uname", "ps"}, "# netbios name = OLD\n netbios name = FS\n workgroup = LABDOM\n",
+            true, &printed),
+      "+AssetInfo=\nhostname=FS\nip-address=192.168.1.10\nstatic-ip=0\n"
+      "int-name=esx-01\nalias=esx-01\ndescription=\ncomment=\ninv-number=\n"
+      "login=admin:1\nuser-name=operator\nmac-address=00-0C-29-AB-CD-EF\n"
+      "*control=\ndomain=LABDOM\n-\n");
   EXPECT_EQ(printed, "1.\n2.\n3.\n6.\n");
 }
 
 TEST_F(AssetBase, NamesFromUnameWithoutSamba) {
   std::string printed;
   // A DHCP client alone does not make the address dynamic.
-  std::string text = build({"uname", "ps"}, "", false, &printed);
-  EXPECT_EQ(text,
+  EXPECT_EQ(build({"uname", "ps"}, "", false, &printed),
             "+AssetInfo=\nhostname=esx-01\nip-address=192.168.1.10\nstatic-ip=1\n"
             "int-name=esx-01\nalias=esx-01\ndescription=\ncomment=\ninv-number=\n"
             "login=admin:1\nuser-name=operator\nmac-address=00-0C-29-AB-CD-EF\n"
             "*control=\ndomain=\n-\n");
   EXPECT_EQ(printed, "") << "nothing is printed without the log flag";
-
-  // Samba names the host but no DHCP client runs (no ps): static.
-  text = build({"uname"}, "netbios name = FILESRV\n", false, &printed);
-  EXPECT_NE(text.find("hostname=FILESRV\nip-address=192.168.1.10\nstatic-ip=1\n"),
-            std::string::npos)
-      << text;
-
-  // No uname: the kernel names are empty, and so is the host name.
-  text = build({"ps"}, "", false, &printed);
-  EXPECT_NE(text.find("hostname=\nip-address=192.168.1.10\nstatic-ip=1\nint-name=\nalias=\n"),
-            std::string::npos)
-      << text;
+  // Samba names the host but no DHCP client runs: static.
+  EXPECT_NE(build({"uname"}, "netbios name = FS\n", false, &printed)
+                .find("hostname=FS\nip-address=192.168.1.10\nstatic-ip=1\n"),
+            std::string::npos);
+  // No uname: the kernel's names are empty, and so is the host name.
+  EXPECT_NE(build({"ps"}, "", false, &printed)
+                .find("hostname=\nip-address=192.168.1.10\nstatic-ip=1\nint-name=\nalias=\n"),
+            std::string::npos);
 }
 
 }  // namespace
