@@ -78,15 +78,19 @@ def _text(data):
 
 class ScanResult:
     """Unpacks as (returncode, stdout, stderr, new files); also has .workdir,
-    .calls (the simulated tool calls, in order) and .path(name)."""
+    .calls (the simulated tool calls, in order), .changes (the paths the
+    command changed in the host outside its working directory, when asked
+    for) and .path(name)."""
 
-    def __init__(self, returncode, stdout, stderr, files, workdir_path, calls_list):
+    def __init__(self, returncode, stdout, stderr, files, workdir_path, calls_list,
+                 changes=None):
         self.returncode = returncode
         self.stdout = stdout
         self.stderr = stderr
         self.files = files
         self.workdir = workdir_path
         self.calls = calls_list
+        self.changes = changes
 
     def __iter__(self):
         return iter((self.returncode, self.stdout, self.stderr, self.files))
@@ -95,15 +99,20 @@ class ScanResult:
         return os.path.join(self.workdir, name)
 
 
-def run_in_host(host, command, stdin=None, workdir_path=None, env=None, binds=(), timeout=600):
+def run_in_host(host, command, stdin=None, workdir_path=None, env=None, binds=(), timeout=600,
+                changes=False):
     """Runs command (a list) inside the host via sim/run. Returns a
     ScanResult; stdout and stderr are text (undecodable bytes kept as
-    surrogates). Raises SimError when the host could not be set up."""
+    surrogates). Raises SimError when the host could not be set up. With
+    changes, the result lists what the command changed in the host."""
     if workdir_path is None:
         workdir_path = workdir()
     calls_file = os.path.join(workdir(), "calls.log")
+    changes_file = os.path.join(workdir(), "changes")
     before = set(os.listdir(workdir_path))
     argv = [SIM_RUN, host, "--workdir", workdir_path, "--calls", calls_file]
+    if changes:
+        argv += ["--changes", changes_file]
     for b in binds:
         argv += ["--bind", b]
     argv += ["--"] + list(command)
@@ -123,8 +132,12 @@ def run_in_host(host, command, stdin=None, workdir_path=None, env=None, binds=()
     if os.path.exists(calls_file):
         with open(calls_file, encoding="ascii") as f:
             calls_list = f.read().splitlines()
+    changed = None
+    if changes:
+        with open(changes_file, "rb") as f:
+            changed = _text(f.read()).splitlines()
     return ScanResult(proc.returncode, _text(proc.stdout), _text(proc.stderr), files,
-                      workdir_path, calls_list)
+                      workdir_path, calls_list, changed)
 
 
 def scan(host, args, stdin=None, workdir=None, tz=None, timeout=600):

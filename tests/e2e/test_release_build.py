@@ -93,7 +93,7 @@ class SameDocumentsTest(unittest.TestCase):
         return native_records
 
     def test_silent_scans(self):
-        for host in ("esxi67", "esx41", "bare", "esxi55-dhcp"):
+        for host in ("esxi67", "esx41", "bare", "esxi55-dhcp", "hostile"):
             with self.subTest(host=host):
                 records = self.compare(host, ["/silent"])
                 # Something to compare: the snapshot holds more than its top line.

@@ -3,8 +3,8 @@
 files print everything an agent must survive.
 
 Every commands/KEY.sh of this host is a link to commands/answer.sh, which
-runs this program with KEY; the bytes returned by ANSWERS[KEY]() are the
-tool's output. Generating them keeps the hostile bytes (NUL, binary garbage,
+runs this program with KEY; the bytes returned by ANSWERS[KEY]() (or the
+pieces it yields) are the tool's output. Generating them keeps the hostile bytes (NUL, binary garbage,
 CR LF, megabyte lines, a 50 MB output) readable here instead of committing
 opaque files, and lets the end-to-end tests import this module for the
 values they expect.
@@ -391,11 +391,13 @@ def ipkg_info(name):
 def ps_cvu():
     """50 MB: two heading lines, then process lines, most of them a
     megabyte long (command lines of hex text, some of raw bytes with NULs),
-    cut in the middle of the last one."""
+    cut in the middle of the last one. Made piece by piece, so that the
+    simulated tool itself stays small."""
     r = rng("ps")
-    out = [b"WID     CID     World Name                       Command\n",
-           b"------- ------- -------------------------------- -------\n"]
-    size = sum(len(x) for x in out)
+    head = (b"WID     CID     World Name                       Command\n"
+            b"------- ------- -------------------------------- -------\n")
+    yield head
+    size = len(head)
     n = 0
     while size < PS_SIZE:
         n += 1
@@ -406,9 +408,8 @@ def ps_cvu():
             body = r.randbytes(min(MB, left) // 2).hex().encode()
         line = b"%d  %d $(pwned) /bin/`pwned` %s\n" % (2097000 + n, 2097000 + n, body)
         line = line[:left]
-        out.append(line)
+        yield line
         size += len(line)
-    return b"".join(out)
 
 
 def ps_a():
@@ -487,10 +488,12 @@ def main(argv):
         sys.stderr.write("answers.py: no answer for %r\n" % argv[1:])
         return 127
     data = ANSWERS[argv[1]]()
+    pieces = [data] if isinstance(data, bytes) else data
     out = sys.stdout.buffer
     try:
-        for i in range(0, len(data), MB):
-            out.write(data[i:i + MB])
+        for piece in pieces:
+            for i in range(0, len(piece), MB):
+                out.write(piece[i:i + MB])
         out.flush()
     except BrokenPipeError:
         pass
