@@ -31,7 +31,7 @@ PROBE = os.path.join(HERE, "host_probe.py")
 # Measured about 300 MB (32-bit host binary) and 350 MB (native); a build
 # with AddressSanitizer keeps shadow memory and freed blocks besides.
 MEMORY_BOUND_MB = 512
-MEMORY_BOUND_ASAN_MB = 2048
+MEMORY_BOUND_ASAN_MB = 1536
 TIME_LIMIT = 300
 
 # uname -n prints "h\0st/$(pwned)`pwned`;ile\r\n.lab.local": the short name
