@@ -10,7 +10,9 @@
 namespace {
 
 // A fixed "now" (2019-06-01 12:00:00 UTC) keeps runs reproducible.
-time_t fixed_clock() { return 1559390400; }
+time_t fixed_clock() {
+  return 1559390400;
+}
 
 }  // namespace
 

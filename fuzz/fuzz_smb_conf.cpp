@@ -8,7 +8,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   zXML doc(true, "AssetInfo");
   bool found = false;
   doc.top()->set_attr("hostname", zvalue(smb_conf_value(conf, "netbios name =", &found)));
-  doc.top()->child("control")->set_attr("domain", zvalue(smb_conf_value(conf, "workgroup =", &found)));
+  doc.top()->child("control")->set_attr("domain",
+                                        zvalue(smb_conf_value(conf, "workgroup =", &found)));
   fuzz::check_document(doc);
   return 0;
 }

@@ -43,8 +43,7 @@ inline std::vector<std::string> split(const uint8_t* data, size_t size, size_t c
 // One scanner for the whole run: no tools found, no DHCP check, and the real
 // dictionaries.
 inline CScaner& scanner() {
-  static CScaner* instance =
-      new CScaner(new PKGDetector({}, {}, false), new PortsDictionary());
+  static CScaner* instance = new CScaner(new PKGDetector({}, {}, false), new PortsDictionary());
   return *instance;
 }
 

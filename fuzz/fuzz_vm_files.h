@@ -23,14 +23,15 @@ inline const std::string& scratch_dir() {
   // Never destroyed: the exit handler below still needs it.
   static const std::string* dir = [] {
     const char* base = std::getenv("TMPDIR");
-    std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") +
-                          "/qs-fuzz-XXXXXX";
+    std::string pattern =
+        std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/qs-fuzz-XXXXXX";
     std::vector<char> name(pattern.begin(), pattern.end());
     name.push_back('\0');
     if (mkdtemp(name.data()) == nullptr) fail("mkdtemp", "cannot make a scratch directory");
     std::atexit([] {
       const std::string command = "rm -rf -- " + shell_quote(scratch_dir());
-      if (std::system(command.c_str()) != 0) std::fprintf(stderr, "cannot run %s\n", command.c_str());
+      if (std::system(command.c_str()) != 0)
+        std::fprintf(stderr, "cannot run %s\n", command.c_str());
     });
     return new std::string(name.data());
   }();
