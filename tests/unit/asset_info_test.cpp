@@ -114,25 +114,4 @@ TEST_F(AssetFull, NestedEsxiSummary) {
   EXPECT_EQ(m[1], m[3]);
 }
 
-TEST_F(AssetFull, ConsoleOutputOnlyWithTheLogFlag) {
-  spine_test::ScopedPath path(tmp / "bin");
-  for (bool log : {true, false}) {
-    CScaner scanner(new PKGDetector({tmp / "tools"}, {"uname"}, false), new PortsDictionary());
-    scanner.log = log;
-    zXML snapshot(true, "Snapshot");
-    int out = 7;
-    testing::internal::CaptureStdout();
-    zXML* doc = scanner.collect_asset_info("10.0.0.7", "0.0", "0.0", "0.0", "00-50-56-AA-BB-CC", "",
-                                           out, &snapshot);
-    std::string printed = testing::internal::GetCapturedStdout();
-    delete doc;
-    EXPECT_EQ(out, 0);
-    EXPECT_EQ(printed, log ? "Collecting Asset Info data...\n"
-                             "1.\n2.\n3.\n4.\n5.\n6.\n7.\n8.\n9.\n9.1.\n9.2.\n9.3.\n"
-                             "10.\n10.1\n10.2\n10.3\n10.4\n10.5\n11.\n12.\n13.\n14.\n15.\n"
-                             "End Collecting Asset Info data..\n"
-                           : "");
-  }
-}
-
 }  // namespace

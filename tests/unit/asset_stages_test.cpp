@@ -12,42 +12,6 @@
 
 namespace {
 
-// A snapshot of a rack server as the OS, SMBIOS, processor, memory and
-// storage collectors leave it.
-void build_server_snapshot(ztag* top, const char* cpu_name) {
-  ztag* os = top->child("OS")->child("os:1", zvalue("VMware ESXi 6.7.0"));
-  os->add_meta("kind", "esx");
-  os->set_attr("name", zvalue("VMware ESXi 6.7.0"));
-  os->set_attr("service-pack", zvalue("3"));
-  os->set_attr("descr", zvalue("Releasebuild-14320388"));
-  os->set_attr("architecture", zvalue("64-bit"));
-  os->set_attr("uptime", zvalue("00000012034501.000000:000"));
-
-  ztag* system = top->child("System")->child("Computer-system");
-  system->set_attr("manuf", zvalue("Cisco Systems Inc"));
-  system->set_attr("model", zvalue("UCSC-C220-M4S"));
-  system->set_attr("uuid", zvalue("5E8C9A0E-3B1D-4C7A-9F2E-0D1C2B3A4F50"));
-  system->set_attr("serial", zvalue("FCH12345678"));
-
-  ztag* processors = top->child("Processors");
-  for (const char* name : {"Processor:1", "Processor:2"}) {
-    ztag* p = processors->child(name, zvalue(cpu_name));
-    p->set_attr("manuf", zvalue("Intel"));
-    p->set_attr("max-clock-speed", zvalue("4000"));
-    p->set_attr("current-clock-speed", zvalue("2400"));
-    p->set_attr("core-count", zvalue("10"));
-  }
-
-  top->child("Memory")
-      ->child("General-Info")
-      ->set_attr("physical-memory", zvalue(static_cast<long long>(131072)), "base-value",
-                 "137438953472");
-
-  ztag* partition =
-      top->child("Storage")->child("Logical-disks")->child("partition:1", zvalue("datastore1"));
-  partition->set_attr("mount-point", zvalue("/vmfs/volumes/5dfc0f61-3c0e8e9a"));
-}
-
 const char kDump[] =
     "  BIOS Info: #0\n"
     "    Vendor: \"Cisco Systems, Inc.\"\n"
@@ -127,80 +91,6 @@ TEST(AssetStages, SmbiosIdentityUsesTheNumberedRecords) {
   EXPECT_EQ(none.system_serial + none.board_manuf + none.chassis_manuf, "");
 }
 
-TEST(AssetStages, ServerSnapshotSummary) {
-  PortsDictionary dictionary;
-  zXML snapshot(true, "Snapshot");
-  build_server_snapshot(snapshot.top(), "Intel Xeon CPU E5-2620 v4 @ 2.10GHz");
-  SmbiosIdentity id;
-  id.system_serial = "FCH12345678";
-  id.board_manuf = "Cisco Board Works";
-  id.chassis_manuf = "Cisco Chassis";
-
-  zXML doc(true, "AssetInfo");
-  ztag* asset = doc.top();
-  asset_classification(asset, snapshot.top(), true, false);
-  asset_scan_types(asset, "20200105101500.000000+60");
-  asset_uuid(asset, snapshot.top());
-  asset_serial(asset, id);
-  asset_os(asset, snapshot.top());
-  asset_processor(asset, snapshot.top(), dictionary);
-  asset_system(asset, snapshot.top(), true, id);
-  asset_video(asset, snapshot.top());
-  asset_monitor_and_capacity(asset, snapshot.top(), "558.9");
-  asset_storage(asset, snapshot.top());
-  asset_firewall(asset, false);
-  EXPECT_EQ(tree_text(asset),
-            "*AssetInfo=\n"
-            "asset-type=natESX\n"
-            "virtual-type=nvtPhysical\n"
-            "scan-type=nstSSH\n"
-            "scan-subtype=sstService\n"
-            "auto-icon-type=nitESXServer\n"
-            "icon-type=nitESXServer\n"
-            "first-scan=20200105101500.000000+60\n"
-            "last-scan=20200105101500.000000+60\n"
-            "snapshot-list=20200105101500.000000+60\n"
-            "snapshot-types=esx:1\n"
-            "uuid=5E8C9A0E-3B1D-4C7A-9F2E-0D1C2B3A4F50\n"
-            "serial-number=FCH12345678\n"
-            "asset-tag=\n"
-            "vm-kind=vmware\n"
-            "domain-role=\n"
-            "reg-user=\n"
-            "reg-org=\n"
-            "os-name=VMware ESXi 6.7.0\n"
-            "os-sp=3\n"
-            "os-ver=\n"
-            "os-manuf=VMware, Inc.\n"
-            "os-arch=64-bit\n"
-            "cpu-count=2\n"
-            "core-count=10\n"
-            "cpu-count-virtual=0\n"
-            "cpu-speed=2400\n"
-            "cpu-model=Intel Xeon CPU E5-2620 v4 @ 2.10GHz\n"
-            "cpu-manuf=Intel\n"
-            "system-model=UCSC-C220-M4S\n"
-            "system-manuf=Cisco Systems Inc\n"
-            "chassis-manuf=Cisco Chassis\n"
-            "mb-manuf=Cisco Board Works\n"
-            "phys-memory=131072\n"
-            "video-ram=\n"
-            "video-res=\n"
-            "monitor-count=\n"
-            "monitor-diag=\n"
-            "hdd-capacity=558.9\n"
-            "used%=0\n"
-            "free%=0\n"
-            "fw-status=1\n");
-  // The file systems are named partition:N, so none is marked.
-  EXPECT_EQ(snapshot.top()
-                ->find_child("Storage")
-                ->find_child("Logical-disks")
-                ->child_at(0)
-                ->find_attr("sys"),
-            nullptr);
-}
-
 TEST(AssetStages, MobileProcessorSwitchesBothIconsInPlace) {
   PortsDictionary dictionary;
   struct Case {
@@ -229,19 +119,6 @@ TEST(AssetStages, MobileProcessorSwitchesBothIconsInPlace) {
                   "cpu-count=1\ncore-count=\ncpu-count-virtual=0\ncpu-speed=\ncpu-model=" +
                   c.model + "\ncpu-manuf=\n")
         << c.name;
-  }
-}
-
-TEST(AssetStages, NoProcessorsMeansOneUnknownProcessor) {
-  PortsDictionary dictionary;
-  for (bool with_element : {false, true}) {
-    zXML snapshot(true, "Snapshot");
-    if (with_element) snapshot.top()->child("Processors");
-    zXML doc(true, "AssetInfo");
-    asset_processor(doc.top(), snapshot.top(), dictionary);
-    EXPECT_EQ(tree_text(doc.top()),
-              "*AssetInfo=\ncpu-count=1\ncore-count=\ncpu-count-virtual=0\ncpu-speed=\n"
-              "cpu-model=\ncpu-manuf=\n");
   }
 }
 
