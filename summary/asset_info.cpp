@@ -207,12 +207,14 @@ zXML* CScaner::collect_asset_info(const char* ip, const char* physical, const ch
   AssetBuild b;
   b.scanner = this;
   b.snapshot = snapshot;
-  b.ip = ip;
-  b.physical = physical;
-  b.fs_size = fs_size;
-  b.fs_free = fs_free;
-  b.mac = mac;
-  b.login = login;
+  // Absent texts count as empty.
+  auto text = [](const char* value) { return value != nullptr ? value : ""; };
+  b.ip = text(ip);
+  b.physical = text(physical);
+  b.fs_size = text(fs_size);
+  b.fs_free = text(fs_free);
+  b.mac = text(mac);
+  b.login = text(login);
   b.asset = doc->top();
   if (log) print_message("Collecting Asset Info data...\n");
   b.smb_conf = read_file("/etc/samba/smb.conf");

@@ -211,8 +211,14 @@ bool inflate_limited(const std::string& data, uint64_t limit, std::string* out,
 
 // ----------------------------------------------------------------- document
 
-bool parse_document(const std::string& text, Element* top, std::string* error) {
+bool parse_document(const std::string& text, Element* top, std::string* error,
+                    std::vector<Element>* more) {
   *top = Element();
+  // Elements at the root after the top one (the scan writes an empty
+  // "/Memory" beside "Snapshot") are kept in `more`, or checked and dropped.
+  std::vector<Element> dropped;
+  if (more == nullptr) more = &dropped;
+  more->clear();
   if (text.compare(0, 3, "\xEF\xBB\xBF") != 0) {
     *error = "document: no byte order mark";
     return false;
@@ -225,7 +231,6 @@ bool parse_document(const std::string& text, Element* top, std::string* error) {
   Element* target = nullptr;     // the element attribute lines belong to
   Annotations* notes = nullptr;  // where annotation lines go
   bool have_top = false;
-  bool top_done = false;
   size_t line_no = 1;
   size_t start = 9;
   auto fail = [&](const std::string& what) {
@@ -243,16 +248,18 @@ bool parse_document(const std::string& text, Element* top, std::string* error) {
     if (kind == '*' || kind == '+') {
       const size_t eq = line.find('=');
       if (eq == std::string::npos) return fail("element line without \"=\": " + quote(line));
-      if (top_done) return fail("a second top element: " + quote(line));
       Element e;
       e.parent = kind == '+';
       e.name = line.substr(1, eq - 1);
       e.value = line.substr(eq + 1);
       Element* placed;
-      if (open.empty()) {
+      if (open.empty() && !have_top) {
         *top = std::move(e);
         placed = top;
         have_top = true;
+      } else if (open.empty()) {
+        more->push_back(std::move(e));
+        placed = &more->back();
       } else {
         open.back()->children.push_back(std::move(e));
         placed = &open.back()->children.back();
@@ -260,8 +267,6 @@ bool parse_document(const std::string& text, Element* top, std::string* error) {
       if (placed->parent) {
         if (open.size() >= kMaxDepth) return fail("elements nested too deep");
         open.push_back(placed);
-      } else if (open.empty()) {
-        top_done = true;
       }
       target = placed;
       notes = &placed->meta;
@@ -269,7 +274,6 @@ bool parse_document(const std::string& text, Element* top, std::string* error) {
       if (line != "-") return fail("closing line with extra text: " + quote(line));
       if (open.empty()) return fail("closing line without an open element");
       open.pop_back();
-      if (open.empty()) top_done = true;
       target = nullptr;
       notes = nullptr;
     } else if (kind == '~') {
@@ -326,8 +330,12 @@ std::string element_text(const Element& e) {
   return out;
 }
 
-std::string document_text(const Element& top) {
-  return kDocStart + element_text(top);
+std::string document_text(const Element& top, const std::vector<Element>* more) {
+  std::string out = kDocStart + element_text(top);
+  if (more != nullptr) {
+    for (const Element& e : *more) out += element_text(e);
+  }
+  return out;
 }
 
 size_t find_invalid_utf8(const std::string& text) {

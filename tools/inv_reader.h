@@ -68,15 +68,17 @@ bool parse_header(const std::string& text, uint64_t bodies_end, Header* header, 
 // refuses output larger than limit.
 bool inflate_limited(const std::string& data, uint64_t limit, std::string* out, std::string* error);
 
-// Parses the text form of a document (byte order mark, "?zxml", one top
-// element) into top.
-bool parse_document(const std::string& text, Element* top, std::string* error);
+// Parses the text form of a document (byte order mark, "?zxml", the top
+// element, then any further elements of the root) into top and, when given,
+// more.
+bool parse_document(const std::string& text, Element* top, std::string* error,
+                    std::vector<Element>* more = nullptr);
 
 // Writes an element back in the text form (the inverse of parse_document
 // for the element lines; add the document start for a whole document).
 std::string element_text(const Element& e);
-// The whole document text of a top element.
-std::string document_text(const Element& top);
+// The whole document text of a top element and the root's further elements.
+std::string document_text(const Element& top, const std::vector<Element>* more = nullptr);
 
 // Checks that text is UTF-8 in the sense the tree library keeps when it
 // repairs text: lead bytes 0xC0-0xFD followed by the number of

@@ -43,10 +43,10 @@ void emit(const std::string& s) {
 
 // A record's parsed document, or the error that kept it from parsing.
 bool load_document(invread::InvReader& reader, size_t i, std::string* text, invread::Element* top,
-                   std::string* error) {
+                   std::vector<invread::Element>* more, std::string* error) {
   if (!reader.content(i, text, error)) return false;
   std::string what;
-  if (!invread::parse_document(*text, top, &what)) {
+  if (!invread::parse_document(*text, top, &what, more)) {
     *error = "record " + std::to_string(i) + ": " + what;
     return false;
   }
@@ -73,7 +73,8 @@ int cmd_show(const std::string& path) {
     const invread::RecordInfo& r = h.records[i];
     std::string text;
     invread::Element top;
-    if (r.is_document() ? !load_document(reader, i, &text, &top, &error)
+    std::vector<invread::Element> more;
+    if (r.is_document() ? !load_document(reader, i, &text, &top, &more, &error)
                         : !reader.content(i, &text, &error)) {
       std::fflush(stdout);
       return fail(path, error);
@@ -83,6 +84,7 @@ int cmd_show(const std::string& path) {
           std::to_string(text.size()) + " bytes inflated)\n";
     if (r.is_document()) {
       invread::append_element_outline(top, 2, &out);
+      for (const invread::Element& e : more) invread::append_element_outline(e, 2, &out);
     } else {
       out += text;
       if (!text.empty() && text.back() != '\n') out += "\n";
@@ -116,9 +118,17 @@ int cmd_json(const std::string& path) {
     std::string text;
     if (r.is_document()) {
       invread::Element top;
-      if (!load_document(reader, i, &text, &top, &error)) return fail(path, error);
+      std::vector<invread::Element> more;
+      if (!load_document(reader, i, &text, &top, &more, &error)) return fail(path, error);
       out += ",\"document\":";
       invread::append_element_json(top, &out);
+      // Further elements of the document root, after the top element.
+      out += ",\"root_siblings\":[";
+      for (size_t k = 0; k < more.size(); ++k) {
+        if (k != 0) out += ",";
+        invread::append_element_json(more[k], &out);
+      }
+      out += "]";
     } else {
       if (!reader.content(i, &text, &error)) return fail(path, error);
       out += ",\"text\":" + invread::json_string(text);

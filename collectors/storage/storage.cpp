@@ -191,6 +191,8 @@ void CScaner::scan_storage(zXML* doc, double& physical_gb, double& fs_size_gb, d
     const int64_t whole_gb = storage::truncate_to_int64(gb);
     const int64_t bytes = static_cast<int64_t>(static_cast<uint64_t>(mb) << 20);
 
+    // An attribute set again keeps its annotations: "size" keeps the
+    // "base-value" of the first extent while its value follows the last.
     ztag* disk = top->child("Storage")->child("Physical-disks")->child(format_string("HDD:%d", 1));
     disk->set_attr("interface", zvalue("SCSI"));
     disk->set_attr("model", zvalue(model));

@@ -84,6 +84,11 @@ std::string vmx_value(const std::string& vmx, const std::string& key);
 // The presence key of controller prefix + number ("scsi0.present").
 std::string controller_present(const std::string& vmx, const char* prefix, int number);
 
+// Whether any key of a unit of controller prefix + number ("ide1:") occurs.
+// When none does, every unit key of that controller reads as "", so the
+// walks over its 15 units can be skipped without changing what they find.
+bool mentions_controller(const std::string& vmx, const char* prefix, int number);
+
 // The value of a numbered device's key: device name followed directly by
 // suffix (".present = \"", ".fileName = \"", ...), up to the next quote.
 std::string device_value(const std::string& vmx, const std::string& device, const char* suffix);

@@ -98,6 +98,7 @@ void CScaner::scan_vm_disks(ztag* devices, const std::string& vmx, const char* p
   // Only controllers marked present count, IDE ones included.
   for (int k = 0; k < 15; ++k) {
     if (storage::controller_present(vmx, prefix, k) != "TRUE") continue;
+    if (!storage::mentions_controller(vmx, prefix, k)) continue;
     for (int unit = 0; unit < 15; ++unit) {
       const std::string device = format_string("%s%d:%d", prefix, k, unit);
       const std::string file = storage::device_value(vmx, device, ".fileName = \"");

@@ -6,7 +6,8 @@
 
 #include <cctype>
 #include <cstdint>
-#include <cstdio>
+#include <memory>
+#include <unordered_set>
 
 #include "app/scanner.h"
 #include "collectors/storage/storage.h"
@@ -37,6 +38,10 @@ std::string notes_text(const std::string& annotation) {
     at = out.find("|0A", at + 1);
   }
   return out;
+}
+
+bool mentions_controller(const std::string& vmx, const char* prefix, int number) {
+  return vmx.find(format_string("%s%d:", prefix, number)) != std::string::npos;
 }
 
 std::string controller_present(const std::string& vmx, const char* prefix, int number) {
@@ -91,7 +96,31 @@ VmListing parse_vm_line(const std::string& line) {
 
 namespace {
 
-// Sizes of the files in a directory: all of them and the ".vmdk" ones.
+// Names the machine nodes vm:N with the smallest N not in use, as
+// ztag::next_index does, without rescanning the growing list of machines for
+// every new one (a host may list a thousand).
+class MachineNumbers {
+ public:
+  explicit MachineNumbers(const ztag* vms) {
+    for (const auto& c : vms->children()) used_.insert(c->name());
+  }
+  ztag* add(ztag* vms) {
+    std::string name = format_string("vm:%d", next_);
+    while (used_.count(name) != 0) name = format_string("vm:%d", ++next_);
+    used_.insert(name);
+    ++next_;
+    return vms->append_child(std::unique_ptr<ztag>(new ztag(name)));
+  }
+
+ private:
+  std::unordered_set<std::string> used_;
+  int next_ = 1;
+};
+
+// Sizes of the files in a directory: all of them and the ".vmdk" ones. An
+// entry whose type the file system does not report is measured too; one
+// that turns out to be a directory counts 0, like a file that cannot be
+// opened.
 void directory_totals(const std::string& dir, uint64_t& all_files, uint64_t& disk_files) {
   all_files = 0;
   disk_files = 0;
@@ -100,14 +129,7 @@ void directory_totals(const std::string& dir, uint64_t& all_files, uint64_t& dis
   while (const dirent* e = readdir(d)) {
     if (e->d_type == DT_DIR) continue;
     const std::string path = dir + "/" + e->d_name;
-    FILE* f = std::fopen(path.c_str(), "r");
-    if (f == nullptr) continue;
-    uint64_t size = 0;
-    if (fseeko(f, 0, SEEK_END) == 0) {
-      const off_t end = ftello(f);
-      if (end > 0) size = static_cast<uint64_t>(end);
-    }
-    std::fclose(f);
+    const uint64_t size = file_size(path);
     all_files += size;
     const size_t dot = path.rfind('.');
     if (dot != std::string::npos && path.compare(dot + 1, std::string::npos, "vmdk") == 0) {
@@ -136,6 +158,8 @@ void CScaner::record_vms(const std::string& listing, zXML* doc) {
   ztag* storage_node = top->find_child("Storage");
   ztag* logical = storage_node != nullptr ? storage_node->find_child("Logical-disks") : nullptr;
 
+  MachineNumbers numbers(vms);
+
   // The header line is skipped; the text after the last "\n" is not a line.
   for (size_t next = listing.find('\n', nl + 1); next != std::string::npos;
        nl = next, next = listing.find('\n', nl + 1)) {
@@ -144,8 +168,7 @@ void CScaner::record_vms(const std::string& listing, zXML* doc) {
     if (entry.kind == storage::VmListing::kEnd) break;
     if (entry.kind == storage::VmListing::kContinuation) continue;
 
-    const int n = vms->next_index("vm:", true);
-    ztag* machine = vms->child(format_string("vm:%d", n));
+    ztag* machine = numbers.add(vms);
     machine->set_attr("vm-id", zvalue(entry.id));
 
     std::string vmx_path;
@@ -263,6 +286,7 @@ void CScaner::scan_vm_cdroms(ztag* devices, const std::string& vmx, const char* 
   const bool ide = std::string(prefix) == "ide";
   for (int k = 0; k < 15; ++k) {
     if (!ide && storage::controller_present(vmx, prefix, k) != "TRUE") continue;
+    if (!storage::mentions_controller(vmx, prefix, k)) continue;
     for (int unit = 0; unit < 15; ++unit) {
       const std::string device = format_string("%s%d:%d", prefix, k, unit);
       const std::string file = storage::device_value(vmx, device, ".fileName = \"");

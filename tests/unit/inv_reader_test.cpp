@@ -252,7 +252,6 @@ TEST(InvReader, DamagedFilesNameTheProblem) {
       {"no element", one_doc("\xEF\xBB\xBF?zxml\n"), "no top element"},
       {"unclosed", one_doc("\xEF\xBB\xBF?zxml\n+AssetInfo=\n*a=\n"), "\"AssetInfo\" is not closed"},
       {"extra close", one_doc("\xEF\xBB\xBF?zxml\n+A=\n-\n-\n"), "line 4: closing line without"},
-      {"second top", one_doc("\xEF\xBB\xBF?zxml\n*A=\n*B=\n"), "line 3: a second top element"},
       {"attribute after close", one_doc("\xEF\xBB\xBF?zxml\n+A=\n+B=\n*c=\n-\nx=1\n-\n"),
        "line 6: attribute outside"},
       {"annotation after close", one_doc("\xEF\xBB\xBF?zxml\n+A=\n*c=\n-\n~k=v\n"),
@@ -435,3 +434,18 @@ TEST(InvDecoderCli, ErrorsAndUsage) {
 }
 
 }  // namespace
+
+// The scan writes an empty "/Memory" element beside the top element; the
+// reader keeps it and writes it back in place.
+TEST(InvReaderDocument, KeepsFurtherElementsOfTheRoot) {
+  const std::string text = "\xEF\xBB\xBF?zxml\n+Snapshot=\n*os:1=ESXi\n-\n*/Memory=\n";
+  invread::Element top;
+  std::vector<invread::Element> more;
+  std::string error;
+  ASSERT_TRUE(invread::parse_document(text, &top, &error, &more)) << error;
+  EXPECT_EQ(top.name, "Snapshot");
+  ASSERT_EQ(more.size(), 1u);
+  EXPECT_EQ(more[0].name, "/Memory");
+  EXPECT_EQ(invread::document_text(top, &more), text);
+  EXPECT_FALSE(invread::parse_document("\xEF\xBB\xBF?zxml\n*A=\n-\n", &top, &error));
+}

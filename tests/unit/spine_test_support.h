@@ -6,9 +6,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -23,17 +21,10 @@ class TempDir {
  public:
   TempDir() {
     char pattern[] = "/tmp/qs-unit-XXXXXX";
-    const char* made = mkdtemp(pattern);
-    EXPECT_NE(made, nullptr);
-    path_ = made != nullptr ? made : "/tmp";
+    path_ = mkdtemp(pattern) != nullptr ? pattern : "";
+    EXPECT_FALSE(path_.empty());
   }
-  ~TempDir() {
-    const std::string command = "rm -rf '" + path_ + "'";
-    if (std::system(command.c_str()) != 0) ADD_FAILURE() << "cannot remove " << path_;
-  }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-
+  ~TempDir() { EXPECT_EQ(std::system(("rm -rf '" + path_ + "'").c_str()), 0); }
   const std::string& path() const { return path_; }
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }
 
@@ -41,31 +32,26 @@ class TempDir {
   std::string path_;
 };
 
-inline void write_file(const std::string& path, const std::string& content) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  ASSERT_TRUE(out.good()) << path;
-  out << content;
-}
-
 inline std::string slurp(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
+  EXPECT_TRUE(in.good()) << path;
   std::stringstream ss;
   ss << in.rdbuf();
   return ss.str();
 }
 
 inline std::string fixture(const std::string& name) {
-  std::ifstream in(std::string(QS_FIXTURES) + "/" + name, std::ios::binary);
-  EXPECT_TRUE(in.good()) << name;
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
+  return slurp(std::string(QS_FIXTURES) + "/esxi-samples/" + name);
+}
+
+inline void write_file(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
 }
 
 // An executable shell script at path.
 inline void write_script(const std::string& path, const std::string& body) {
   write_file(path, "#!/bin/sh\n" + body);
-  ASSERT_EQ(chmod(path.c_str(), 0755), 0) << path;
+  EXPECT_EQ(chmod(path.c_str(), 0755), 0) << path;
 }
 
 inline bool exists(const std::string& path) {
@@ -73,37 +59,24 @@ inline bool exists(const std::string& path) {
   return lstat(path.c_str(), &st) == 0;
 }
 
-// Sets PATH for the lifetime of the object, so that commands run by bare
-// name ("vmware -v", "whoami") find fake tools first.
+// Puts first_dir at the head of PATH while it lives, so that commands run
+// by bare name ("vmware -v", "whoami") find fake tools.
 class ScopedPath {
  public:
-  explicit ScopedPath(const std::string& first_dir) {
-    const char* old = getenv("PATH");
-    had_ = old != nullptr;
-    if (had_) old_ = old;
+  explicit ScopedPath(const std::string& first_dir)
+      : old_(getenv("PATH") != nullptr ? getenv("PATH") : "/usr/bin:/bin") {
     setenv("PATH", (first_dir + ":/usr/bin:/bin").c_str(), 1);
   }
-  ~ScopedPath() {
-    if (had_) {
-      setenv("PATH", old_.c_str(), 1);
-    } else {
-      unsetenv("PATH");
-    }
-  }
-  ScopedPath(const ScopedPath&) = delete;
-  ScopedPath& operator=(const ScopedPath&) = delete;
+  ~ScopedPath() { setenv("PATH", old_.c_str(), 1); }
 
  private:
-  bool had_ = false;
   std::string old_;
 };
 
 // The text form of one node (with its children, closed).
 inline std::string text_of(const ztag* node) {
-  const size_t n = node->text_length(false);
-  std::unique_ptr<char[]> buffer(new char[n + 1]);
-  const size_t written = node->write_text(buffer.get(), 0, false, false);
-  return std::string(buffer.get(), written);
+  std::unique_ptr<char[]> buffer(new char[node->text_length(false) + 1]);
+  return std::string(buffer.get(), node->write_text(buffer.get(), 0, false, false));
 }
 
 }  // namespace spine_test

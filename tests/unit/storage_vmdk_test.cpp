@@ -5,16 +5,15 @@
 #include "collectors/storage/storage.h"
 #include "storage_test_util.h"
 
-using storage_test::dump;
 using storage_test::make_scanner;
 using storage_test::read_fixture;
 using storage_test::TempDir;
+using storage_test::tree_text;
 
 TEST(StorageVmdk, CreateTypeTable) {
   struct Case {
     const char* type;
-    int preallocated;
-    int single_file;
+    int preallocated, single_file;
   };
   const Case cases[] = {
       {"vmfs", 1, 1},
@@ -23,213 +22,135 @@ TEST(StorageVmdk, CreateTypeTable) {
       {"monolithicSparse", 0, 1},
       {"monolithicFlat", 1, 1},
       {"twoGbMaxExtentSparse", 0, 0},
-      {"twoGbMaxExtentFlat", 1, 0},
-      {"2GbMaxExtentSparse", 0, 0},
-      {"seSparse", 0, -1},   // sparse, but neither single nor split
-      {"vmfsThin", -1, -1},  // no rule at all
-      {"vmfsRawDeviceMap", -1, -1},
-      {"streamOptimized", -1, -1},
+      {"2GbMaxExtentFlat", 1, 0},
+      {"seSparse", 0, -1},     // sparse, but neither single nor split
       {"monolithic", -1, -1},  // the file-count rows follow sparse/flat only
+      {"vmfsRawDeviceMap", -1, -1},
       {"", -1, -1},
   };
   for (const Case& c : cases) {
     const storage::DiskFlags f = storage::create_type_flags(c.type);
-    EXPECT_EQ(f.preallocated, c.preallocated) << c.type;
-    EXPECT_EQ(f.single_file, c.single_file) << c.type;
+    EXPECT_EQ(f.preallocated * 10 + f.single_file, c.preallocated * 10 + c.single_file) << c.type;
   }
 }
 
-TEST(StorageVmdk, ProvisionedBytesFromRealDescriptors) {
+TEST(StorageVmdk, ExtentBytes) {
   auto scanner = make_scanner();
-  struct Case {
-    const char* file;
-    uint64_t bytes;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, uint64_t> samples[] = {
       {"vmfs.sql.vmdk", 268435456ULL * 512},
       {"twoGbMaxExtentSparse.reconstructed.vmdk", (5 * 8323072ULL + 4521984) * 512},
-      // No blank line before the extent section in snapshot deltas.
+      // No blank line before the section; ".vmdk" only inside the name.
       {"vmfsSparse.vps-000001.vmdk", 20971520ULL * 512},
-      // The extent file name holds ".vmdk" only in its middle.
       {"vmfsSparse.REDO.android.vmdk.REDO_TkLU1V", 41943040ULL * 512},
   };
-  for (const Case& c : cases) {
-    const std::string d = read_fixture(std::string("esxi-samples/vmdk/") + c.file);
-    ASSERT_FALSE(d.empty()) << c.file;
-    EXPECT_EQ(scanner->extent_bytes(d, "/nonexistent/", true), c.bytes) << c.file;
-    EXPECT_EQ(scanner->extent_bytes(d, "/nonexistent/", false), 0u) << c.file;
+  for (const auto& s : samples) {
+    const std::string d = read_fixture(std::string("esxi-samples/vmdk/") + s.first);
+    EXPECT_EQ(scanner->extent_bytes(d, "/nonexistent/", true), s.second) << s.first;
   }
-}
-
-TEST(StorageVmdk, ExtentLinesThatCount) {
   TempDir dir;
   dir.write("a.vmdk", "", 1000);
   dir.write("b.vmdk", "", 24);
   dir.write("c.vmdk", "", 7);
-  const std::string descriptor =
-      "# Disk DescriptorFile\n"
-      "# Extent description\n"
-      "RW 10 SPARSE \"a.vmdk\"\n"
-      "RDONLY 20 SPARSE \"b.vmdk\"\n"
-      "NOACCESS 40 SPARSE \"c.vmdk\"\n"  // neither RW nor RDONLY
-      "RW 80 FLAT \"raw.img\" 0\n"       // no ".vmdk"
-      "\n"                               // an empty line ends the section
-      "RW 160 SPARSE \"c.vmdk\"\n";
-  auto scanner = make_scanner();
-  EXPECT_EQ(scanner->extent_bytes(descriptor, dir.dir(), true), 30u * 512);
-  EXPECT_EQ(scanner->extent_bytes(descriptor, dir.dir(), false), 1024u);
-  // A line starting with "#" ends it too; the last line needs its "\n".
-  EXPECT_EQ(
-      scanner->extent_bytes("# Extent description\nRW 1 S \"a.vmdk\"\n#x\nRW 2 S \"b.vmdk\"\n",
-                            dir.dir(), true),
-      512u);
+  const std::string d =
+      "# Extent description\nRW 10 SPARSE \"a.vmdk\"\nRDONLY 20 SPARSE \"b.vmdk\"\n"
+      "NOACCESS 40 SPARSE \"c.vmdk\"\nRW 80 FLAT \"raw.img\" 0\n"
+      "\nRW 160 SPARSE \"c.vmdk\"\n";  // an empty line ends the section
+  EXPECT_EQ(scanner->extent_bytes(d, dir.dir(), true), 30u * 512);
+  EXPECT_EQ(scanner->extent_bytes(d, dir.dir(), false), 1024u);
+  // A "#" line ends it too, and the last line needs its "\n".
+  EXPECT_EQ(scanner->extent_bytes("# Extent description\nRW 1 S \"a.vmdk\"\n#\nRW 2 S \"b.vmdk\"\n",
+                                  dir.dir(), true),
+            512u);
   EXPECT_EQ(scanner->extent_bytes("# Extent description\nRW 1 S \"a.vmdk\"", dir.dir(), true), 0u);
-  EXPECT_EQ(scanner->extent_bytes("RW 1 S \"a.vmdk\"\n", dir.dir(), true), 0u);
 }
 
 namespace {
 
-std::string base_descriptor(const char* type, const char* extents) {
-  return std::string("# Disk DescriptorFile\nversion=1\nCID=fffffffe\nparentCID=ffffffff\n") +
-         "createType=\"" + type + "\"\n\n# Extent description\n" + extents +
-         "\n# The Disk Data Base\n#DDB\n\nddb.adapterType = \"lsilogic\"\n";
+std::string descriptor(const char* type, const std::string& extents, const char* parent = "") {
+  return std::string("# Disk DescriptorFile\nversion=1\ncreateType=\"") + type + "\"\n" +
+         (*parent != '\0' ? std::string("parentFileNameHint=\"") + parent + "\"\n" : "") +
+         "\n# Extent description\n" + extents + "\n# The Disk Data Base\n#DDB\n";
 }
 
-std::string read_disk(CScaner& scanner, const std::string& path) {
+// "KDMV", then text at offset 512 (the place of an embedded descriptor).
+std::string sparse_head(const std::string& at_512) {
+  return std::string("KDMV").append(508, '\0') + at_512;
+}
+
+std::string read_disk(const TempDir& dir, const char* file) {
+  auto scanner = make_scanner();
   zXML doc(true, "Snapshot");
   ztag* disk = doc.top()->child("hdd:1");
-  scanner.read_vmdk(path, disk, true);
-  return dump(disk);
-}
-
-// A sparse extent: "KDMV" header, and when given, the descriptor at offset
-// 512, then zeros up to size.
-std::string sparse_extent(const std::string& descriptor_at_512) {
-  std::string data = "KDMV";
-  data.resize(512, '\0');
-  data += descriptor_at_512;
-  return data;
+  scanner->read_vmdk(dir.dir() + file, disk, true);
+  return tree_text(disk);
 }
 
 }  // namespace
 
 TEST(StorageVmdk, DeltaCountsItsOwnFilesAndTheBaseSize) {
   TempDir dir;
-  dir.write("base.vmdk", base_descriptor("vmfs", "RW 4194304 VMFS \"base-flat.vmdk\"\n"));
+  dir.write("base.vmdk", descriptor("vmfs", "RW 4194304 VMFS \"base-flat.vmdk\"\n"));
   dir.write("base-flat.vmdk", "", 2147483648);
-  dir.write("base-000001.vmdk",
-            "# Disk DescriptorFile\nversion=1\ncreateType=\"vmfsSparse\"\n"
-            "parentFileNameHint=\"base.vmdk\"\n"
-            "# Extent description\nRW 4194304 VMFSSPARSE \"base-000001-delta.vmdk\"\n\n");
-  dir.write("base-000001-delta.vmdk", "", 16777216);
-  auto scanner = make_scanner();
-  // The delta's 16 MB, the base's 2 GB and the base's type (vmfs, not the
-  // delta's vmfsSparse).
-  EXPECT_EQ(read_disk(*scanner, dir.dir() + "base-000001.vmdk"),
-            "*hdd:1=\n"
-            "cur-size=16.0\n~units=MB\n~base-value=16777216\n"
-            "max-size=2.00\n~base-value=2147483648\n"
-            "preallocated=1\nsingle-file=1\n");
-  EXPECT_EQ(read_disk(*scanner, dir.dir() + "base.vmdk"),
-            "*hdd:1=\n"
-            "cur-size=2.00\n~base-value=2147483648\n"
-            "max-size=2.00\n~base-value=2147483648\n"
-            "preallocated=1\nsingle-file=1\n");
+  dir.write("d1.vmdk",
+            descriptor("vmfsSparse", "RW 4194304 VMFSSPARSE \"d1-delta.vmdk\"\n", "base.vmdk"));
+  dir.write("d1-delta.vmdk", "", 16777216);
+  // The delta's 16 MB; the base's 2 GB and type (vmfs, not vmfsSparse).
+  EXPECT_EQ(read_disk(dir, "d1.vmdk"),
+            "*hdd:1=\ncur-size=16.0\n~units=MB\n~base-value=16777216\n"
+            "max-size=2.00\n~base-value=2147483648\npreallocated=1\nsingle-file=1\n");
+  // A chain that loops stops: no base disk, so no max-size and no flags.
+  dir.write("loop.vmdk",
+            descriptor("vmfsSparse", "RW 8 VMFSSPARSE \"d1-delta.vmdk\"\n", "loop.vmdk"));
+  EXPECT_EQ(read_disk(dir, "loop.vmdk"),
+            "*hdd:1=\ncur-size=16.0\n~units=MB\n~base-value=16777216\n");
 }
 
 TEST(StorageVmdk, DescriptorEmbeddedInSparseExtent) {
   TempDir dir;
-  dir.write(
-      "mono.vmdk",
-      sparse_extent(base_descriptor("monolithicSparse", "RW 41943040 SPARSE \"mono.vmdk\"\n")),
-      3145728);
-  // Offset 512 holds no "#": no descriptor, so sizes 0 and no flags.
-  dir.write("bare.vmdk", sparse_extent("createType=\"monolithicSparse\"\n"), 4096);
-  auto scanner = make_scanner();
-  EXPECT_EQ(read_disk(*scanner, dir.dir() + "mono.vmdk"),
-            "*hdd:1=\n"
-            "cur-size=3.0\n~units=MB\n~base-value=3145728\n"
-            "max-size=20.00\n~base-value=21474836480\n"
-            "preallocated=0\nsingle-file=1\n");
-  EXPECT_EQ(read_disk(*scanner, dir.dir() + "bare.vmdk"),
-            "*hdd:1=\n"
-            "cur-size=0.0\n~units=MB\n~base-value=0\n"
-            "max-size=0.0\n~units=MB\n~base-value=0\n");
-}
-
-TEST(StorageVmdk, EmbeddedDescriptorEndsAtFirstZeroOrAt8192) {
-  std::string head = sparse_extent("# Disk\nabc");
-  head.resize(storage::kVmdkHead, '\0');
-  EXPECT_EQ(storage::embedded_descriptor(head), "# Disk\nabc");
-  std::string full = "KDMV";
-  full.resize(512, '\0');
+  dir.write("mono.vmdk",
+            sparse_head(descriptor("monolithicSparse", "RW 41943040 SPARSE \"mono.vmdk\"\n")),
+            3145728);
+  // Offset 512 holds no "#": no descriptor, so sizes of 0 and no flags.
+  dir.write("bare.vmdk", sparse_head("createType=\"monolithicSparse\"\n"), 4096);
+  EXPECT_EQ(read_disk(dir, "mono.vmdk"),
+            "*hdd:1=\ncur-size=3.0\n~units=MB\n~base-value=3145728\n"
+            "max-size=20.00\n~base-value=21474836480\npreallocated=0\nsingle-file=1\n");
+  EXPECT_EQ(
+      read_disk(dir, "bare.vmdk"),
+      "*hdd:1=\ncur-size=0.0\n~units=MB\n~base-value=0\nmax-size=0.0\n~units=MB\n~base-value=0\n");
+  // The embedded text ends at the first zero byte or at 8192.
+  std::string full = sparse_head("");
   full.resize(storage::kVmdkHead, '#');
   EXPECT_EQ(storage::embedded_descriptor(full).size(), storage::kVmdkHead - 512);
-  EXPECT_TRUE(storage::is_sparse_extent(full));
-  EXPECT_FALSE(storage::is_sparse_extent("# Disk DescriptorFile\n"));
-  EXPECT_FALSE(storage::is_sparse_extent("KDM"));
-}
-
-TEST(StorageVmdk, ParentLoopStops) {
-  TempDir dir;
-  dir.write("loop.vmdk",
-            "parentFileNameHint=\"loop.vmdk\"\n# Extent description\n"
-            "RW 8 VMFSSPARSE \"loop-delta.vmdk\"\n\n");
-  dir.write("loop-delta.vmdk", "", 4194304);
-  auto scanner = make_scanner();
-  // The chain never reaches a base disk: only the top disk's own size.
-  EXPECT_EQ(read_disk(*scanner, dir.dir() + "loop.vmdk"),
-            "*hdd:1=\ncur-size=4.0\n~units=MB\n~base-value=4194304\n");
 }
 
 TEST(StorageVmdk, DiskWalkOverControllers) {
   TempDir dir;
-  dir.write("d0.vmdk", base_descriptor("monolithicFlat", "RW 2048 FLAT \"d0-flat.vmdk\" 0\n"));
+  dir.write("d0.vmdk", descriptor("monolithicFlat", "RW 2048 FLAT \"d0-flat.vmdk\" 0\n"));
   dir.write("d0-flat.vmdk", "", 1048576);
-  dir.write("ide.vmdk", base_descriptor("vmfs", "RW 2048 VMFS \"d0-flat.vmdk\"\n"));
   dir.write("noext", "");
-  const std::string vmx =
-      "scsi0.present = \"TRUE\"\n"
-      "scsi0:0.present = \"TRUE\"\n"
-      "scsi0:0.fileName = \"d0.vmdk\"\n"
-      "scsi0:1.present = \"TRUE\"\n"
-      "scsi0:1.fileName = \"" +
-      dir.dir() +
-      "d0.vmdk\"\n"  // absolute: no file
-      "scsi0:2.present = \"TRUE\"\n"
-      "scsi0:2.fileName = \"missing.vmdk\"\n"
-      "scsi0:3.present = \"FALSE\"\n"
-      "scsi0:3.fileName = \"d0.vmdk\"\n"
-      "scsi0:4.present = \"TRUE\"\n"
-      "scsi0:4.fileName = \"noext\"\n"
-      "scsi0:5.present = \"TRUE\"\n"
-      "scsi0:5.fileName = \"d0.vmdk.bak\"\n"
-      // IDE without the controller's presence key: skipped for disks.
-      "ide0:0.present = \"TRUE\"\n"
-      "ide0:0.fileName = \"ide.vmdk\"\n"
-      "ide1.present = \"TRUE\"\n"
-      "ide1:1.present = \"TRUE\"\n"
-      "ide1:1.fileName = \"ide.vmdk\"\n";
+  std::string vmx = "scsi0.present = \"TRUE\"\nide1.present = \"TRUE\"\n";
+  const std::pair<const char*, std::string> units[] = {
+      {"scsi0:0", "d0.vmdk"},      {"scsi0:1", dir.dir() + "d0.vmdk"},  // absolute: no file
+      {"scsi0:2", "missing.vmdk"}, {"scsi0:4", "noext"},
+      {"scsi0:5", "d0.vmdk.bak"},  {"ide0:0", "d0.vmdk"},  // no ide0.present
+      {"ide1:1", "d0.vmdk"},
+  };
+  for (const auto& u : units) {
+    vmx += std::string(u.first) + ".present = \"TRUE\"\n" + u.first + ".fileName = \"" + u.second +
+           "\"\n";
+  }
+  vmx += "scsi0:3.present = \"FALSE\"\nscsi0:3.fileName = \"d0.vmdk\"\n";
   auto scanner = make_scanner();
   zXML doc(true, "Snapshot");
   ztag* devices = doc.top()->child("Devices");
   int counter = 0;
   scanner->scan_vm_disks(devices, vmx, "scsi", dir.dir(), 536870912, counter);
   scanner->scan_vm_disks(devices, vmx, "ide", dir.dir(), 536870912, counter);
-  EXPECT_EQ(counter, 2);
-  EXPECT_EQ(dump(devices),
-            "+Devices=\n"
-            "*hdd:1=\n"
-            "interface=SCSI\ndisk-file=d0.vmdk\n"
-            "system-free=512.0\n~units=MB\n~base-value=536870912\n"
-            "cur-size=1.0\n~units=MB\n~base-value=1048576\n"
-            "max-size=1.0\n~units=MB\n~base-value=1048576\n"
-            "preallocated=1\nsingle-file=1\n"
-            "*hdd:2=\n"
-            "interface=IDE\ndisk-file=ide.vmdk\n"
-            "system-free=512.0\n~units=MB\n~base-value=536870912\n"
-            "cur-size=1.0\n~units=MB\n~base-value=1048576\n"
-            "max-size=1.0\n~units=MB\n~base-value=1048576\n"
-            "preallocated=1\nsingle-file=1\n"
-            "-\n");
+  const std::string disk =
+      "disk-file=d0.vmdk\nsystem-free=512.0\n~units=MB\n~base-value=536870912\n"
+      "cur-size=1.0\n~units=MB\n~base-value=1048576\nmax-size=1.0\n~units=MB\n~base-value=1048576\n"
+      "preallocated=1\nsingle-file=1\n";
+  EXPECT_EQ(tree_text(devices), "+Devices=\n*hdd:1=\ninterface=SCSI\n" + disk +
+                                    "*hdd:2=\ninterface=IDE\n" + disk + "-\n");
 }

@@ -3,11 +3,10 @@
 # in the future and one for another address.
 #
 # The dates are the host's local time, which is how the agent reads them
-# (dhclient itself writes UTC; on a host kept in UTC the two agree). TZ is
-# dropped so that `date` uses the same zone as the agent. Every lease is 12
+# (dhclient itself writes UTC; on a host kept in UTC the two agree); `date`
+# and the agent see the same TZ and /etc/localtime. Every lease is 12
 # hours long and its boundaries lie at least 6 hours from now, so a
 # daylight-saving change on the way does not alter which lease is current.
-unset TZ
 dir="$SIMROOT/var/lib/dhcp"
 mkdir -p "$dir"
 now=$(date +%s)
