@@ -213,9 +213,10 @@ bool inflate_limited(const std::string& data, uint64_t limit, std::string* out,
 
 bool parse_document(const std::string& text, Element* top, std::string* error,
                     std::vector<Element>* more) {
-  *top = Element();
+  const bool build = top != nullptr;
+  if (build) *top = Element();
   // Elements at the root after the top one (the scan writes an empty
-  // "/Memory" beside "Snapshot") are kept in `more`, or checked and dropped.
+  // "/Memory" beside "Snapshot") go to `more`, or are checked and dropped.
   std::vector<Element> dropped;
   if (more == nullptr) more = &dropped;
   more->clear();
@@ -227,10 +228,17 @@ bool parse_document(const std::string& text, Element* top, std::string* error,
     *error = "document: no \"?zxml\" line after the byte order mark";
     return false;
   }
-  std::vector<Element*> open;    // the "+" elements not yet closed
-  Element* target = nullptr;     // the element attribute lines belong to
-  Annotations* notes = nullptr;  // where annotation lines go
+  // The open "+" elements: their names (for messages) and, when building,
+  // the elements themselves. Only the innermost one's children change, so
+  // the pointers to the outer ones stay valid.
+  std::vector<std::string> open_names;
+  std::vector<Element*> open;
+  bool have_target = false;   // an element line that attribute lines belong to
+  bool have_notes = false;    // a line that annotation lines belong to
+  Element* target = nullptr;  // (when building)
+  Annotations* notes = nullptr;
   bool have_top = false;
+  size_t items = 0;
   size_t line_no = 1;
   size_t start = 9;
   auto fail = [&](const std::string& what) {
@@ -241,63 +249,73 @@ bool parse_document(const std::string& text, Element* top, std::string* error,
     ++line_no;
     const size_t end = text.find('\n', start);
     if (end == std::string::npos) return fail("not ended by a line feed");
-    const std::string line = text.substr(start, end - start);
-    start = end + 1;
-    if (line.empty()) return fail("empty line");
-    const char kind = line[0];
+    const size_t length = end - start;
+    const size_t eq = text.find('=', start);
+    const bool has_eq = eq < end;
+    const char kind = length != 0 ? text[start] : '\0';
+    auto line = [&]() { return text.substr(start, length); };
+    auto part = [&](size_t from, size_t to) { return text.substr(from, to - from); };
+    if (build && ++items > kMaxItems)
+      return fail("more than " + std::to_string(kMaxItems) + " lines");
+    if (length == 0) return fail("empty line");
     if (kind == '*' || kind == '+') {
-      const size_t eq = line.find('=');
-      if (eq == std::string::npos) return fail("element line without \"=\": " + quote(line));
-      Element e;
-      e.parent = kind == '+';
-      e.name = line.substr(1, eq - 1);
-      e.value = line.substr(eq + 1);
-      Element* placed;
-      if (open.empty() && !have_top) {
-        *top = std::move(e);
-        placed = top;
-        have_top = true;
-      } else if (open.empty()) {
-        more->push_back(std::move(e));
-        placed = &more->back();
-      } else {
-        open.back()->children.push_back(std::move(e));
-        placed = &open.back()->children.back();
+      if (!has_eq) return fail("element line without \"=\": " + quote(line()));
+      Element* placed = nullptr;
+      if (build) {
+        Element e;
+        e.parent = kind == '+';
+        e.name = part(start + 1, eq);
+        e.value = part(eq + 1, end);
+        if (open.empty() && !have_top) {
+          *top = std::move(e);
+          placed = top;
+        } else if (open.empty()) {
+          more->push_back(std::move(e));
+          placed = &more->back();
+        } else {
+          open.back()->children.push_back(std::move(e));
+          placed = &open.back()->children.back();
+        }
+        target = placed;
+        notes = &placed->meta;
       }
-      if (placed->parent) {
-        if (open.size() >= kMaxDepth) return fail("elements nested too deep");
-        open.push_back(placed);
+      have_top = true;
+      if (kind == '+') {
+        if (open_names.size() >= kMaxDepth) return fail("elements nested too deep");
+        open_names.push_back(part(start + 1, eq));
+        if (build) open.push_back(placed);
       }
-      target = placed;
-      notes = &placed->meta;
+      have_target = have_notes = true;
     } else if (kind == '-') {
-      if (line != "-") return fail("closing line with extra text: " + quote(line));
-      if (open.empty()) return fail("closing line without an open element");
-      open.pop_back();
-      target = nullptr;
-      notes = nullptr;
+      if (length != 1) return fail("closing line with extra text: " + quote(line()));
+      if (open_names.empty()) return fail("closing line without an open element");
+      open_names.pop_back();
+      if (build) open.pop_back();
+      have_target = have_notes = false;
     } else if (kind == '~') {
-      const size_t eq = line.find('=');
-      if (eq == std::string::npos) return fail("annotation without \"=\": " + quote(line));
-      if (notes == nullptr) return fail("annotation with nothing to annotate");
-      notes->emplace_back(line.substr(1, eq - 1), line.substr(eq + 1));
+      if (!has_eq) return fail("annotation without \"=\": " + quote(line()));
+      if (!have_notes) return fail("annotation with nothing to annotate");
+      if (build) notes->emplace_back(part(start + 1, eq), part(eq + 1, end));
     } else {
-      const size_t eq = line.find('=');
-      if (eq == std::string::npos) return fail("line without \"=\": " + quote(line));
-      if (target == nullptr) return fail("attribute outside an element: " + quote(line));
-      Attribute a;
-      a.name = line.substr(0, eq);
-      a.value = line.substr(eq + 1);
-      target->attrs.push_back(std::move(a));
-      notes = &target->attrs.back().meta;
+      if (!has_eq) return fail("line without \"=\": " + quote(line()));
+      if (!have_target) return fail("attribute outside an element: " + quote(line()));
+      if (build) {
+        Attribute a;
+        a.name = part(start, eq);
+        a.value = part(eq + 1, end);
+        target->attrs.push_back(std::move(a));
+        notes = &target->attrs.back().meta;
+      }
+      have_notes = true;
     }
+    start = end + 1;
   }
   if (!have_top) {
     *error = "document: no top element";
     return false;
   }
-  if (!open.empty()) {
-    *error = "document: element " + quote(open.back()->name) + " is not closed";
+  if (!open_names.empty()) {
+    *error = "document: element " + quote(open_names.back()) + " is not closed";
     return false;
   }
   return true;
@@ -495,9 +513,8 @@ bool check_file(const std::string& path, std::string* summary, std::string* erro
     std::string text;
     if (!reader.content(i, &text, error, limit)) return false;
     if (!h.records[i].is_document()) continue;
-    Element top;
     std::string what;
-    if (!parse_document(text, &top, &what)) {
+    if (!parse_document(text, nullptr, &what)) {
       *error = "record " + std::to_string(i) + ": " + what;
       return false;
     }
@@ -507,7 +524,9 @@ bool check_file(const std::string& path, std::string* summary, std::string* erro
                " of the document";
       return false;
     }
-    if (top.name == "Snapshot") ++snapshots;
+    // The top element's name is on the first line after "?zxml".
+    const size_t name_end = text.find('=', 10);
+    if (text.compare(10, name_end - 10, "Snapshot") == 0) ++snapshots;
   }
   if (snapshots != h.snapshotcount) {
     *error = "header: snapshotcount=" + std::to_string(h.snapshotcount) + " but " +

@@ -21,6 +21,10 @@ constexpr uint64_t kMaxInflated = 512ull << 20;
 constexpr uint64_t kMaxHeader = 64ull << 20;
 // Deepest element nesting accepted in a document.
 constexpr size_t kMaxDepth = 1000;
+// Most lines (elements, attributes, annotations) turned into a tree; a real
+// inventory has a few hundred thousand. Each parsed item costs far more
+// memory than its line, so the inflate limit alone would not bound it.
+constexpr size_t kMaxItems = 4000000;
 
 using Annotations = std::vector<std::pair<std::string, std::string>>;
 
@@ -70,7 +74,8 @@ bool inflate_limited(const std::string& data, uint64_t limit, std::string* out, 
 
 // Parses the text form of a document (byte order mark, "?zxml", the top
 // element, then any further elements of the root) into top and, when given,
-// more.
+// more. With top null the text is only checked, in memory that does not grow
+// with the document.
 bool parse_document(const std::string& text, Element* top, std::string* error,
                     std::vector<Element>* more = nullptr);
 

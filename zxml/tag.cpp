@@ -1,8 +1,10 @@
 #include "zxml/tag.h"
 
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 
 #include "zxml/chunked_deflate.h"
 
@@ -39,12 +41,60 @@ void zvalue::reset() {
 
 namespace {
 
+// Writes the decimal digits of v so that they end at end; returns where
+// they start.
+char* decimal_digits(uint64_t v, char* end) {
+  do {
+    *--end = static_cast<char>('0' + v % 10);
+    v /= 10;
+  } while (v != 0);
+  return end;
+}
+
+// "%lld" of v.
+size_t print_int(int64_t v, char* out) {
+  char tmp[24];
+  char* end = tmp + sizeof tmp;
+  const uint64_t magnitude = v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
+  char* start = decimal_digits(magnitude, end);
+  if (v < 0) *--start = '-';
+  const size_t n = static_cast<size_t>(end - start);
+  std::memcpy(out, start, n);
+  return n;
+}
+
+// "%.2lf" of d without going through the C library, for finite values
+// below 2^63 hundredths. A long double with at least 60 significand bits
+// holds d * 100 exactly (53 bits times the 5 odd bits of 100), so the
+// rounding below sees the exact value that printf rounds: to the nearest
+// hundredth, exact halves to the even neighbour. Returns 0 when the value
+// is out of that range (the caller then uses printf).
+size_t print_real_fast(double d, char* out) {
+  if (std::numeric_limits<long double>::digits < 60 || !std::isfinite(d)) return 0;
+  const long double scaled = std::fabs(static_cast<long double>(d)) * 100.0L;
+  if (!(scaled < 9.0e18L)) return 0;
+  const long double whole = std::floor(scaled);
+  const long double fraction = scaled - whole;  // exact: only the low bits of scaled
+  uint64_t cents = static_cast<uint64_t>(whole);
+  if (fraction > 0.5L || (fraction == 0.5L && (cents & 1) != 0)) ++cents;
+  char tmp[32];
+  char* const end = tmp + sizeof tmp;
+  end[-1] = static_cast<char>('0' + cents % 10);
+  end[-2] = static_cast<char>('0' + cents / 10 % 10);
+  end[-3] = '.';
+  char* start = decimal_digits(cents / 100, end - 3);
+  if (std::signbit(d)) *--start = '-';
+  const size_t n = static_cast<size_t>(end - start);
+  std::memcpy(out, start, n);
+  return n;
+}
+
 // "%lld" or "%.2lf" of a number; the longest double ("%.2lf" of -DBL_MAX)
-// is 312 characters, so the buffer always holds the whole text.
+// is 313 characters, so a buffer of kNumberBuffer holds the whole text.
 size_t print_number(const zvalue& v, char* out, size_t size) {
-  int n = v.kind() == zvalue::kInt
-              ? std::snprintf(out, size, "%lld", static_cast<long long>(v.as_int()))
-              : std::snprintf(out, size, "%.2lf", v.as_real());
+  if (v.kind() == zvalue::kInt) return print_int(v.as_int(), out);
+  if (size_t n = print_real_fast(v.as_real(), out)) return n;
+  const int n = std::snprintf(out, size, "%.2lf", v.as_real());
   if (n <= 0) return 0;
   return static_cast<size_t>(n) < size ? static_cast<size_t>(n) : size - 1;
 }
@@ -80,6 +130,7 @@ size_t zvalue::print(char* buf) const {
       std::memcpy(buf, "false", 5);
       return 5;
     case kInt:
+      return print_int(int_, buf);
     case kReal: {
       char tmp[kNumberBuffer];
       size_t n = print_number(*this, tmp, sizeof tmp);

@@ -6,13 +6,17 @@
 #include <sys/wait.h>
 #include <zlib.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "zxml/tag.h"
 
 namespace invtest {
 
@@ -94,6 +98,42 @@ inline const char* kAssetBlock = "offset=%O\nlength=%L\ntype=assetinfo\n";
 inline const char* kSnapshotBlock =
     "offset=%O\nlength=%L\ntype=snapshot\ntimestamp=20140312101500.000000+180\nsnaptype=esx:1\n";
 inline const char* kRawBlock = "offset=%O\nlength=%L\ntype=customdata\nID=rawdata\n";
+
+// Random trees: names and values of every kind, annotations everywhere,
+// deep and wide nesting. The measured length must equal the bytes written.
+inline void grow(ztag* node, std::mt19937& rng, int depth) {
+  std::uniform_int_distribution<int> pick(0, 99);
+  const char* texts[] = {"",         " ",   "  padded  ", "a\nb\r\nc\rd", "caf\xE9", "\xE2\x82\xAC",
+                         "\xFF\xFE", "x=y", "~tilde"};
+  auto text = [&]() { return std::string(texts[pick(rng) % 9]) + std::to_string(pick(rng)); };
+  auto value = [&]() {
+    const int k = pick(rng) % 6;
+    if (k == 0) return zvalue();
+    if (k == 1) return zvalue(pick(rng) % 2 == 0);
+    if (k == 2) return zvalue(static_cast<int64_t>(rng()) * (pick(rng) - 50) * 997);
+    if (k == 3) return zvalue((static_cast<double>(rng()) - 2e9) / 7.0);
+    if (k == 4) return zvalue(std::exp(pick(rng) * 7.0) * (pick(rng) - 50));
+    return zvalue(text());
+  };
+  // Annotations are stored unchanged: give them text that is already fit
+  // for the file (no line feed, UTF-8).
+  auto note = [&]() { return normalise_text(text()); };
+  const int metas = pick(rng) % 3;
+  for (int i = 0; i < metas; ++i) node->add_meta("k" + note(), note());
+  if (pick(rng) < 30) node->set_value(value());
+  const int attrs = pick(rng) % 6;
+  for (int i = 0; i < attrs; ++i) {
+    zattr* a = node->set_attr("a" + std::to_string(pick(rng) % 5), value(),
+                              pick(rng) < 30 ? "pos" : nullptr, "p");
+    if (pick(rng) < 20) a->add_meta("units", note());
+  }
+  if (depth < 5) {
+    const int children = pick(rng) % (depth == 0 ? 8 : 4);
+    for (int i = 0; i < children; ++i) {
+      grow(node->child(format_string("c:%d", node->next_index("c:", true))), rng, depth + 1);
+    }
+  }
+}
 
 struct Run {
   int status = -1;

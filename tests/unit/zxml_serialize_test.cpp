@@ -1,16 +1,14 @@
 // Text form of trees, its measuring, the compressed document body and the
 // shared compression routine.
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <random>
-#include <sstream>
 #include <string>
-#include <vector>
 
+#include "inv_test_util.h"
+#include "tools/inv_reader.h"
 #include "zxml/INVfile.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
@@ -18,52 +16,36 @@
 namespace {
 
 std::string fixture(const std::string& name) {
-  std::ifstream in(std::string(QS_FIXTURES) + "/zxml/" + name, std::ios::binary);
-  EXPECT_TRUE(in.good()) << name;
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
+  return invtest::read_all(std::string(QS_FIXTURES) + "/zxml/" + name);
+}
+
+std::string bytes(const void* p, size_t n) {
+  return std::string(static_cast<const char*>(p), n);
+}
+
+std::string inflated(const std::string& stream) {
+  std::string out, error;
+  EXPECT_TRUE(invread::inflate_limited(stream, 1u << 30, &out, &error)) << error;
+  return out;
 }
 
 // Text form written into a buffer of exactly the measured size, so that a
 // write past the measured end is caught by the sanitizer build.
 std::string text_of(const ztag* node) {
   const size_t n = node->text_length(false);
-  std::unique_ptr<char[]> buf(new char[n == 0 ? 1 : n]);
+  std::unique_ptr<char[]> buf(new char[n]);
   const size_t written = node->write_text(buf.get(), 0, false, false);
   EXPECT_EQ(written, n);
   return std::string(buf.get(), written);
-}
-
-std::string inflate_all(const unsigned char* data, size_t size) {
-  z_stream s;
-  std::memset(&s, 0, sizeof s);
-  EXPECT_EQ(inflateInit(&s), Z_OK);
-  s.next_in = const_cast<unsigned char*>(data);
-  s.avail_in = static_cast<uInt>(size);
-  std::string out;
-  unsigned char buf[4096];
-  int ret;
-  do {
-    s.next_out = buf;
-    s.avail_out = sizeof buf;
-    ret = inflate(&s, Z_NO_FLUSH);
-    out.append(reinterpret_cast<char*>(buf), sizeof buf - s.avail_out);
-  } while (ret == Z_OK);
-  EXPECT_EQ(ret, Z_STREAM_END);
-  EXPECT_EQ(s.avail_in, 0u) << "bytes after the zlib stream";
-  inflateEnd(&s);
-  return out;
 }
 
 // Body of a document as the container stores it, and its inflated text.
 std::string body_text(const zXML& doc) {
   unsigned long n = 0;
   std::unique_ptr<unsigned char[]> body(doc.serialize(n, false, true));
-  EXPECT_GE(n, 6u);
-  EXPECT_EQ(std::string(reinterpret_cast<char*>(body.get()) + n - 6, 6),
-            std::string("\x00\x01ZXML", 6));
-  return inflate_all(body.get(), n - 6);
+  const std::string b = bytes(body.get(), n);
+  EXPECT_EQ(b.substr(b.size() - 6), std::string("\x00\x01ZXML", 6));
+  return inflated(b.substr(0, b.size() - 6));
 }
 
 TEST(ZxmlSerialize, SmallDocumentsByteExact) {
@@ -115,55 +97,12 @@ TEST(ZxmlSerialize, WriteFlags) {
   EXPECT_EQ(top->text_length(false), n + 2);
 }
 
-// Random trees: names and values of every kind, annotations everywhere,
-// deep and wide nesting. The measured length must equal the bytes written.
-void grow(ztag* node, std::mt19937& rng, int depth) {
-  std::uniform_int_distribution<int> pick(0, 99);
-  const char* texts[] = {"",         " ",   "  padded  ", "a\nb\r\nc\rd", "caf\xE9", "\xE2\x82\xAC",
-                         "\xFF\xFE", "x=y", "~tilde"};
-  auto text = [&]() { return std::string(texts[pick(rng) % 9]) + std::to_string(pick(rng)); };
-  auto value = [&]() -> zvalue {
-    switch (pick(rng) % 6) {
-      case 0:
-        return zvalue();
-      case 1:
-        return zvalue(pick(rng) % 2 == 0);
-      case 2:
-        return zvalue(static_cast<int64_t>(rng()) * (pick(rng) % 2 == 0 ? -1 : 1) * 997);
-      case 3:
-        return zvalue((static_cast<double>(rng()) - 2e9) / 7.0);
-      case 4:
-        return zvalue(std::exp(pick(rng) * 7.0) * (pick(rng) % 2 == 0 ? -1 : 1));
-      default:
-        return zvalue(text());
-    }
-  };
-  const int metas = pick(rng) % 3;
-  for (int i = 0; i < metas; ++i) node->add_meta("k" + text(), text());
-  if (pick(rng) < 30) node->set_value(value());
-  const int attrs = pick(rng) % 6;
-  for (int i = 0; i < attrs; ++i) {
-    zattr* a = node->set_attr("a" + std::to_string(pick(rng) % 5), value(),
-                              pick(rng) < 30 ? "pos" : nullptr, "p");
-    if (pick(rng) < 20) a->add_meta("units", text());
-  }
-  if (depth < 5) {
-    const int children = pick(rng) % (depth == 0 ? 8 : 4);
-    for (int i = 0; i < children; ++i) {
-      grow(node->child(format_string("c:%d", node->next_index("c:", true))), rng, depth + 1);
-    }
-  }
-}
-
 TEST(ZxmlSerialize, MeasuredLengthMatchesWrittenOnRandomTrees) {
   std::mt19937 rng(20240611);
   for (int round = 0; round < 200; ++round) {
     zXML doc(true, "Snapshot");
-    grow(doc.top(), rng, 0);
-    const std::string text = text_of(doc.root());
-    ASSERT_EQ(text.size(), doc.root()->text_length(false)) << "round " << round;
-    EXPECT_EQ(text.compare(0, 9, "\xEF\xBB\xBF?zxml\n"), 0);
-    EXPECT_EQ(text.back(), '\n');
+    invtest::grow(doc.top(), rng, 0);
+    const std::string text = text_of(doc.root());  // checks the length
     // Header-only and skip-children agree too, for every node of the top level.
     for (const auto& c : doc.top()->children()) {
       std::unique_ptr<char[]> buf(new char[c->text_length(true)]);
@@ -179,10 +118,9 @@ TEST(ZxmlSerialize, UncompressedAndPackedForms) {
   const std::string text = text_of(doc.root());
   unsigned long n = 0;
   std::unique_ptr<unsigned char[]> plain(doc.serialize(n, false, false));
-  EXPECT_EQ(std::string(reinterpret_cast<char*>(plain.get()), n), text + std::string(2, '\0'));
-
+  EXPECT_EQ(bytes(plain.get(), n), text + std::string(2, '\0'));
   std::unique_ptr<unsigned char[]> packed(doc.top()->pack(n));
-  EXPECT_EQ(inflate_all(packed.get(), n), text.substr(9));
+  EXPECT_EQ(inflated(bytes(packed.get(), n)), text.substr(9));
 }
 
 TEST(ZxmlSerialize, SectionedPlainLayout) {
@@ -192,60 +130,57 @@ TEST(ZxmlSerialize, SectionedPlainLayout) {
   doc.top()->child("Net")->child("nic:1");
   unsigned long n = 0;
   std::unique_ptr<unsigned char[]> body(doc.serialize(n, true, false));
-  const std::string s(reinterpret_cast<char*>(body.get()), n);
+  const std::string s = bytes(body.get(), n);
   const std::string sections =
       "\xEF\xBB\xBF?zxml\n+Snapshot=\nt=1\n*OS=\nname=ESXi\n+Net=\n*nic:1=\n-\n";
   const std::string index =
       "[Root]\noffset=0\nlength=24\n[OS]\noffset=24\nlength=15\n[Net]\noffset=39\nlength=16\n";
-  const unsigned char trailer[] = {55, 0, 0, 0, 1, 0};
-  EXPECT_EQ(s, sections + index + std::string(reinterpret_cast<const char*>(trailer), 6));
+  EXPECT_EQ(s, sections + index + std::string("\x37\0\0\0\x01\0", 6));
 
   std::unique_ptr<unsigned char[]> packed(doc.serialize(n, true, true));
   EXPECT_EQ(packed[n - 2], 1);
   EXPECT_EQ(packed[n - 1], 1);
 }
 
+using DeflateFn = void* (*)(const void*, unsigned long&);
+
+std::string deflated(DeflateFn fn, const char* data, size_t size) {
+  unsigned long n = size;
+  std::unique_ptr<unsigned char[]> out(static_cast<unsigned char*>(fn(data, n)));
+  return bytes(out.get(), n);
+}
+
 TEST(ZxmlDeflate, ChunkBoundariesAndIncompressibleInput) {
   std::mt19937 rng(7);
   std::string noise(70000, '\0');
   for (char& c : noise) c = static_cast<char>(rng());
-  const size_t sizes[] = {0, 1, 16383, 16384, 16385, 32768, 32769, 70000};
-  for (size_t size : sizes) {
+  for (size_t size : {0, 1, 16383, 16384, 16385, 32768, 32769, 70000}) {
     for (const std::string& src : {noise.substr(0, size), std::string(size, 'a')}) {
-      unsigned long n = src.size();
-      std::unique_ptr<unsigned char[]> out(
-          static_cast<unsigned char*>(InvFile::data_deflate(src.data(), n)));
-      EXPECT_EQ(inflate_all(out.get(), n), src) << size;
+      const std::string out = deflated(InvFile::data_deflate, src.data(), src.size());
+      EXPECT_EQ(inflated(out), src) << size;
       // Chunked input gives the same stream as zlib's one-shot level 9.
-      uLongf ref_len = compressBound(src.size());
-      std::vector<unsigned char> ref(ref_len);
-      ASSERT_EQ(compress2(ref.data(), &ref_len, reinterpret_cast<const Bytef*>(src.data()),
-                          src.size(), 9),
-                Z_OK);
-      EXPECT_EQ(std::string(reinterpret_cast<char*>(out.get()), n),
-                std::string(reinterpret_cast<char*>(ref.data()), ref_len))
-          << size;
-      // The three entry points share one routine.
-      unsigned long m = src.size();
-      std::unique_ptr<unsigned char[]> t(
-          static_cast<unsigned char*>(ztag::data_deflate(src.data(), m)));
-      EXPECT_EQ(m, n);
-      m = src.size();
-      std::unique_ptr<unsigned char[]> z(
-          static_cast<unsigned char*>(zXML::data_deflate(src.data(), m)));
-      EXPECT_EQ(m, n);
+      EXPECT_EQ(out, invtest::zlib(src)) << size;
+      EXPECT_EQ(deflated(ztag::data_deflate, src.data(), src.size()), out);
+      EXPECT_EQ(deflated(zXML::data_deflate, src.data(), src.size()), out);
     }
   }
   // Random bytes do not compress: the stream is longer than the input.
-  unsigned long n = noise.size();
-  std::unique_ptr<unsigned char[]> out(
-      static_cast<unsigned char*>(InvFile::data_deflate(noise.data(), n)));
-  EXPECT_GT(n, noise.size());
-  // An empty input is a valid (empty) stream, also from a null pointer.
-  n = 0;
-  std::unique_ptr<unsigned char[]> empty(
-      static_cast<unsigned char*>(InvFile::data_deflate(nullptr, n)));
-  EXPECT_EQ(inflate_all(empty.get(), n), "");
+  EXPECT_GT(deflated(InvFile::data_deflate, noise.data(), noise.size()).size(), noise.size());
+  EXPECT_EQ(inflated(deflated(InvFile::data_deflate, nullptr, 0)), "");
+}
+
+// A stream error stops the program with the assertion text of the caller's
+// source and function. (A null input with a non-zero length is the one way
+// to make deflate report a stream error from outside.)
+TEST(ZxmlDeflateDeathTest, AssertionNamesSourceAndFunction) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  unsigned long n = 5;
+  const std::string tail =
+      "::data_deflate\\(const void\\*, long unsigned int&\\): Assertion "
+      "`ret != \\(-2\\)' failed\\.";
+  EXPECT_DEATH(InvFile::data_deflate(nullptr, n), ": zxml/INVfile:[0-9]+: void\\* InvFile" + tail);
+  EXPECT_DEATH(ztag::data_deflate(nullptr, n), ": zxml/tag:[0-9]+: void\\* ztag" + tail);
+  EXPECT_DEATH(zXML::data_deflate(nullptr, n), ": zxml/zXML:[0-9]+: void\\* zXML" + tail);
 }
 
 }  // namespace
