@@ -47,4 +47,10 @@ struct ScopedPath {
   ~ScopedPath() { setenv("PATH", old.c_str(), 1); }
 };
 
+// The text form of one node (with its children, closed).
+inline std::string text_of(const ztag* node) {
+  std::unique_ptr<char[]> buffer(new char[node->text_length(false) + 1]);
+  return std::string(buffer.get(), node->write_text(buffer.get(), 0, false, false));
+}
+
 }  // namespace spine_test
