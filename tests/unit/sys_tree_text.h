@@ -1,5 +1,4 @@
-// Test helper: the serialized text of one subtree ("<none>" for a missing
-// node), so that tests compare whole lines of output.
+// Test helper: a subtree's serialized text ("<none>" for a missing node).
 #ifndef QUILLSCAN_TESTS_UNIT_SYS_TREE_TEXT_H_
 #define QUILLSCAN_TESTS_UNIT_SYS_TREE_TEXT_H_
 
