@@ -5,6 +5,7 @@
 
 #include "app/identity.h"
 #include "app/scanner.h"
+#include "collectors/collectors.h"
 #include "host/command.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
@@ -22,6 +23,14 @@ void mark(const AssetBuild& b, const char* marker) {
 
 void set_text(ztag* node, const char* name, const std::string& text) {
   node->set_attr(name, zvalue(text));
+}
+
+bool has_tool(const AssetBuild& b, const char* name) {
+  return b.scanner->detector->has_tool(name);
+}
+
+ztag* snapshot_top(const AssetBuild& b) {
+  return b.snapshot == nullptr ? nullptr : b.snapshot->top();
 }
 
 // 1: host name from Samba's NetBIOS name, and the chosen IP.
@@ -53,6 +62,20 @@ void stage_user(AssetBuild& b) {
   mark(b, "3.\n");
 }
 
+// 4: what kind of asset this is, and whether it is a virtual machine.
+void stage_classification(AssetBuild& b) {
+  asset_classification(b.asset, snapshot_top(b), has_tool(b, "smbiosDump"), b.scanner->xen_guest);
+  mark(b, "4.\n");
+}
+
+// 5: how the asset was scanned, and when.
+void stage_scan_types(AssetBuild& b) {
+  char* now = format_cim_datetime(-1);
+  asset_scan_types(b.asset, now);
+  delete[] now;
+  mark(b, "5.\n");
+}
+
 // 6: the Samba workgroup as the domain, and the chosen MAC.
 void stage_domain_and_mac(AssetBuild& b) {
   bool found = false;
@@ -61,14 +84,88 @@ void stage_domain_and_mac(AssetBuild& b) {
   mark(b, "6.\n");
 }
 
+// 7: the system UUID.
+void stage_uuid(AssetBuild& b) {
+  asset_uuid(b.asset, snapshot_top(b));
+  mark(b, "7.\n");
+}
+
+// 8: the serial number; the dump is read once more here, and the board and
+// chassis makers found in it are kept for stage 11.
+void stage_serial(AssetBuild& b) {
+  if (has_tool(b, "smbiosDump")) b.smbios = read_smbios_identity(run_command("smbiosDump"));
+  asset_serial(b.asset, b.smbios);
+  mark(b, "8.\n");
+}
+
+// 9: registration fields and the operating system.
+void stage_os(AssetBuild& b) {
+  asset_os(b.asset, snapshot_top(b));
+  mark(b, "9.\n");
+  mark(b, "9.1.\n");
+  mark(b, "9.2.\n");
+  mark(b, "9.3.\n");
+}
+
+// 10: the processors. The sub-stage markers carry no final dot.
+void stage_processor(AssetBuild& b) {
+  asset_processor(b.asset, snapshot_top(b), *b.scanner->dictionary);
+  mark(b, "10.\n");
+  mark(b, "10.1\n");
+  mark(b, "10.2\n");
+  mark(b, "10.3\n");
+  mark(b, "10.4\n");
+  mark(b, "10.5\n");
+}
+
+// 11: system, chassis and board makers, and the memory.
+void stage_system(AssetBuild& b) {
+  asset_system(b.asset, snapshot_top(b), has_tool(b, "smbiosDump"), b.smbios);
+  mark(b, "11.\n");
+}
+
+// 12: the video adapter.
+void stage_video(AssetBuild& b) {
+  asset_video(b.asset, snapshot_top(b));
+  mark(b, "12.\n");
+}
+
+// 13: the monitor and the physical disk capacity.
+void stage_monitor(AssetBuild& b) {
+  asset_monitor_and_capacity(b.asset, snapshot_top(b), b.physical);
+  mark(b, "13.\n");
+}
+
+// 14: the system disk's usage.
+void stage_storage(AssetBuild& b) {
+  asset_storage(b.asset, snapshot_top(b));
+  mark(b, "14.\n");
+}
+
+// 15: the firewall: the host filters packets when it has iptables.
+void stage_firewall(AssetBuild& b) {
+  asset_firewall(b.asset, has_tool(b, "iptables"));
+  mark(b, "15.\n");
+}
+
+// Last: a host that neither Samba nor uname names (no uname tool) is
+// named by its kernel, so the inventory never shows an asset without a name.
+void stage_hostname_fallback(AssetBuild& b) {
+  asset_hostname_fallback(b.asset, [] { return run_command("cat /proc/sys/kernel/hostname"); });
+}
+
 using Stage = void (*)(AssetBuild&);
 
 // The stages in their fixed order.
 const Stage kStages[] = {
-    stage_host_and_ip,
-    stage_static_ip_and_names,
-    stage_user,
-    stage_domain_and_mac,
+    stage_host_and_ip, stage_static_ip_and_names,
+    stage_user,        stage_classification,
+    stage_scan_types,  stage_domain_and_mac,
+    stage_uuid,        stage_serial,
+    stage_os,          stage_processor,
+    stage_system,      stage_video,
+    stage_monitor,     stage_storage,
+    stage_firewall,    stage_hostname_fallback,
 };
 
 }  // namespace

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "summary/asset_stages.h"
+
 class CScaner;
 class zXML;
 class ztag;
@@ -26,6 +28,7 @@ struct AssetBuild {
 
   // Results that later stages use.
   bool netbios_found = false;  // stage 1 found a "netbios name =" line
+  SmbiosIdentity smbios;       // serial and makers read from the SMBIOS dump
 };
 
 // Runs every stage in order on b.asset, with the stage markers when the

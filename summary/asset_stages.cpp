@@ -133,7 +133,8 @@ void asset_scan_types(ztag* asset, const std::string& scan_time) {
 }
 
 void asset_uuid(ztag* asset, const ztag* snapshot) {
-  set_text(asset, "uuid", asset_attr_text(find_path(snapshot, {"System", "Computer-system"}), "uuid"));
+  set_text(asset, "uuid",
+           asset_attr_text(find_path(snapshot, {"System", "Computer-system"}), "uuid"));
 }
 
 void asset_serial(ztag* asset, const SmbiosIdentity& identity) {
@@ -187,9 +188,9 @@ void asset_system(ztag* asset, const ztag* snapshot, bool has_smbios,
 }
 
 void asset_video(ztag* asset, const ztag* snapshot) {
-  set_text(asset, "video-ram",
-           asset_attr_text(find_path(snapshot, {"Video", "Video-devices", "Video-adapter:1"}),
-                           "ram"));
+  set_text(
+      asset, "video-ram",
+      asset_attr_text(find_path(snapshot, {"Video", "Video-devices", "Video-adapter:1"}), "ram"));
 }
 
 void asset_monitor_and_capacity(ztag* asset, const ztag* snapshot, const std::string& physical) {

@@ -1,11 +1,7 @@
-"""End to end: start-up, the scan driver, host identity, file naming, the
-container and the debug run, with the real agent inside simulated hosts.
-
-Expected values come from the host folders (sim/hosts/*): esxi67's management
-interface vmk0 is 00:13:32:08:f7:d4 / 10.130.2.121 and its uname -n prints
-esx-01.lab.local, so its file is ESX_01_00133208F7D4.inv; its samba
-configuration names it ESX67-LAB in workgroup LABNET.
-"""
+"""End to end: start-up, the scan driver, identity, file names, the container
+and the debug run. On esxi67 uname -n prints esx-01.lab.local, vmk0 and vmk1
+are 00:13:32:08:f7:d4 / 10.130.2.121 and 00:50:56:68:2c:41 / 10.130.3.121,
+and samba names the host ESX67-LAB in LABNET."""
 import os
 import re
 import time
@@ -14,437 +10,216 @@ import unittest
 import simlib
 from simlib import BOM, MASK, PROGRESS
 
-ESXI67_FILE = "ESX_01_00133208F7D4.inv"
+NAME = "ESX_01_00133208F7D4"
 PROMPT = ("Larkspur Census scanner for ESXi-hypervisor (version 15.10.19)\n"
           "Do you want to start the scan of local computer?(y/n)\n")
-SNAPSHOT_ATTRS = ["timestamp", "scan-time", "snaptype", "client-version", "scan-subtype",
-                  "hostname", "domain", "user-name", "ip-address"]
+HELP = ("Larkspur Census's ESXi Agent\nUsage: quillscan [OPTION...]\n"
+        "-ip:[ipaddr],\t\t/ip:[ipaddr]\t\tSet Current IP Address\n"
+        "--help,\t\t\t-?\t\t\tShow this help message\n"
+        "-debug,\t\t\t/debug\t\t\tSave offline scan result in raw format to send to support\n"
+        "-silent,\t\t/silent\t\t\tStart offline scan without output to console\n\n\n")
+NORMAL_HEADER = ("[H] count=2 snapshotcount=1 [0] offset=0 length={0} type=snapshot "
+                 "timestamp={2} snaptype=esx:1 [1] offset={0} length={1} type=assetinfo")
+DEBUG_HEADER = ("[H] count=2 snapshotcount=0 [0] offset=0 length={0} type=assetinfo "
+                "[1] offset={0} length={1} type=customdata ID=rawdata")
+
+
+def console(out, after):
+    """out without the VM collector's own lines, taken only right after `after`."""
+    return re.sub(r"(?<=%s\n)((ProcessVM start|GuestOS = .*|~[2-6]\.)\n)+" % re.escape(after),
+                  "", out)
 
 
 def silent_stdout(name):
     return "".join(p + "\n" for p in PROGRESS) + ">>>" + name + "\n"
 
 
-# What the virtual-machine collector prints to standard output for each
-# machine it reads (its own chatter, in silent and interactive runs alike).
-VM_CHATTER = re.compile(r"ProcessVM start|GuestOS = .*|~[2-6]\.")
+def check_file(test, path, layout, start, end, offset=None):
+    """The header has `layout`, the offsets add up, the trailer points at the
+    header, the scan's time is within [start, end]. Returns record 0's lines."""
+    h, t, lines = simlib.header(path), simlib.trailer(path), simlib.decode_text(path, 0)
+    lengths = [r["length"] for r in h.records]
+    ts = h.records[0].get("timestamp") or dict(simlib.attributes(lines, 1))["scan-attempt"]
+    test.assertEqual(h.lines, layout.format(*lengths, ts).split(" "))
+    test.assertEqual(t["bytes"][8:], b"\x03\x01INV!")
+    test.assertEqual(t["position"], sum(map(int, lengths)))
+    test.assertEqual(t["file_size"], t["position"] + len(h.text) + 14)
+    test.assertTrue(start - 1 <= simlib.timestamp_utc(ts) <= end + 1 and
+                    (offset is None or ts.endswith(".000000" + offset)), ts)
+    return lines
 
 
-def without_vm_chatter(test, out, after):
-    """out without the virtual-machine collector's lines, which must form
-    one block right after the line `after` (if there are any)."""
-    lines = out.split("\n")
-    marks = [i for i, l in enumerate(lines) if VM_CHATTER.fullmatch(l)]
-    if marks:
-        test.assertEqual(marks, list(range(marks[0], marks[-1] + 1)), "scattered VM lines")
-        test.assertEqual(lines[marks[0] - 1], after)
-    return "\n".join(l for i, l in enumerate(lines) if i not in marks)
+BASE_KEYS = ("+AssetInfo", "hostname", "ip-address", "static-ip", "int-name", "alias",
+             "description", "comment", "inv-number", "login", "user-name", "mac-address",
+             "*control", "domain", "-")
 
 
-def attr_dict(pairs):
-    return dict(pairs)
+def base_asset(lines):
+    """The identity lines of an AssetInfo document, in their order (the other
+    stages are compared whole by the system tests)."""
+    return [l for l in lines if l.split("=", 1)[0] in BASE_KEYS]
 
 
-class InvChecks(unittest.TestCase):
-    """Checks shared by the tests that read a written file."""
-
-    def check_container(self, path, types):
-        """The bodies, header and trailer of the file agree with each other;
-        returns the header."""
-        h = simlib.header(path)
-        t = simlib.trailer(path)
-        self.assertEqual(t["bytes"][8:], b"\x03\x01INV!")
-        lengths = [int(r["length"]) for r in h.records]
-        self.assertEqual([r["type"] for r in h.records], types)
-        self.assertEqual(h.fields["count"], str(len(types)))
-        self.assertEqual(h.fields["snapshotcount"], str(types.count("snapshot")))
-        offset = 0
-        for r, n in zip(h.records, lengths):
-            self.assertEqual(int(r["offset"]), offset)
-            offset += n
-        self.assertEqual(t["position"], offset)
-        self.assertTrue(h.text.endswith("\n"))
-        self.assertEqual(t["file_size"], offset + len(h.text) + 14)
-        # The decoder can show the whole file (what "make demo" does) ...
-        simlib.show(path)
-        # ... and it and a plain zlib inflate agree on every record.
-        for i, kind in enumerate(types):
-            if kind == "customdata":
-                self.assertEqual(simlib.decode_raw(path), simlib.inflate_record(path, i))
-            else:
-                self.assertEqual(simlib.decode_bytes(path, i), simlib.inflate_record(path, i))
-        return h
-
-    def check_timestamp(self, text, start, end, offset_text=None):
-        utc = simlib.timestamp_utc(text)
-        self.assertIsNotNone(utc, "not a timestamp: %r" % text)
-        self.assertLessEqual(start - 1, utc)
-        self.assertLessEqual(utc, end + 1)
-        if offset_text is not None:
-            self.assertTrue(text.endswith(".000000" + offset_text), text)
+def asset_lines(names, ip, mac, domain, login=""):
+    return ["+AssetInfo=", "hostname=" + names[0], "ip-address=" + ip, "static-ip=1",
+            "int-name=" + names[1], "alias=" + names[1], "description=", "comment=",
+            "inv-number=", "login=" + login, "user-name=root", "mac-address=" + mac,
+            "*control=", "domain=" + domain, "-"]
 
 
-class SilentScanTest(InvChecks):
+class ScanTest(unittest.TestCase):
+    """Four scans of esxi67 in one folder: silent three hours east of UTC;
+    silent five hours west, asking for an address no adapter has; interactive
+    (no option spelled exactly); silent with vmk1's address. The last /ip:
+    and /login: count."""
+
     @classmethod
     def setUpClass(cls):
-        cls.start = time.time()
-        # QST-3 is three hours east of UTC: the offset prints as +180.
-        cls.result = simlib.scan("esxi67", ["/silent"], tz="QST-3")
-        cls.end = time.time()
-        files = cls.result.files
-        cls.path = cls.result.path(files[0]) if len(files) == 1 else None
+        cls.dir, cls.runs = simlib.workdir(), []
+        for args, stdin, tz in (
+                (["/silent"], None, "QST-3"),
+                (["-silent", "/ip:10.9.9.9", "/login:a", "-login:ops:1"], None, "QST5"),
+                (["/silently", "--silent", "/SILENT"], "y\n", None),
+                (["/silent", "-ip:10.9.9.9", "/ip:10.130.3.121", "-noname"], None, "QST-3")):
+            start = time.time()
+            r = simlib.scan("esxi67", args, stdin=stdin, workdir=cls.dir, tz=tz)
+            cls.runs.append((r, start, time.time()))
 
-    def setUp(self):
-        self.assertIsNotNone(self.path, "expected one file, got %r" % self.result.files)
+    def check_silent(self, n, name, offset, ip="10.130.2.121", mac="00-13-32-08-F7-D4", login=""):
+        r, start, end = self.runs[n]
+        self.assertEqual((r.returncode, console(r.stdout, "60%"), r.stderr, r.files),
+                         (0, silent_stdout(name), "", [name]))
+        lines = check_file(self, r.path(name), NORMAL_HEADER, start, end, offset)
+        self.assertEqual(base_asset(simlib.decode_text(r.path(name), 1)[1:]), asset_lines(
+            ("ESX67-LAB", "esx-01"), ip, mac, "LABNET", login))
+        return r, lines, (end - start + 1) * 1000
 
-    def test_console_and_file(self):
-        rc, out, err, files = self.result
-        self.assertEqual(rc, 0)
-        self.assertEqual(without_vm_chatter(self, out, "60%"), silent_stdout(ESXI67_FILE))
-        self.assertEqual(err, "")
-        self.assertEqual(files, [ESXI67_FILE])
-
-    def test_header_and_trailer(self):
-        h = self.check_container(self.path, ["snapshot", "assetinfo"])
-        r0, r1 = h.records
-        self.assertEqual(h.lines, [
-            "[H]", "count=2", "snapshotcount=1",
-            "[0]", "offset=0", "length=" + r0["length"], "type=snapshot",
-            "timestamp=" + r0["timestamp"], "snaptype=esx:1",
-            "[1]", "offset=" + r0["length"], "length=" + r1["length"], "type=assetinfo",
-        ])
-        self.check_timestamp(r0["timestamp"], self.start, self.end, "+180")
-        for i in (0, 1):
-            self.assertTrue(simlib.body(self.path, i).endswith(b"\x00\x01ZXML"))
-
-    def test_snapshot_attributes(self):
-        lines = simlib.decode_text(self.path, 0)
-        self.assertEqual(lines[:2], [BOM + "?zxml", "+Snapshot="])
+    def test_silent_scan(self):
+        r, lines, most = self.check_silent(0, NAME + ".inv", "+180")
         attrs = simlib.attributes(lines, 1)
-        self.assertEqual([k for k, _ in attrs], SNAPSHOT_ATTRS)
-        a = attr_dict(attrs)
-        header_ts = simlib.header(self.path).records[0]["timestamp"]
-        self.assertEqual(a["timestamp"], header_ts)
-        scan_time = int(a["scan-time"])
-        self.assertEqual(scan_time % 1000, 0)
-        self.assertLessEqual(0, scan_time)
-        self.assertLessEqual(scan_time, (self.end - self.start + 1) * 1000)
-        self.assertEqual(
-            [a[k] for k in SNAPSHOT_ATTRS[2:]],
-            ["esx:1", "15.10.19.0", "sstService", "ESX67-LAB", "LABNET", "root", "10.130.2.121"])
-
-    def test_summary_values_match_snapshot(self):
-        snap = attr_dict(simlib.attributes(simlib.decode_text(self.path, 0), 1))
-        lines = simlib.decode_text(self.path, 1)
-        self.assertEqual(lines[1], "+AssetInfo=")
-        asset = attr_dict(simlib.attributes(lines, 1))
-        for k in ("hostname", "user-name", "ip-address"):
-            self.assertEqual(asset[k], snap[k], k)
-        self.assertEqual(asset["mac-address"], "00-13-32-08-F7-D4")
-        self.assertEqual(simlib.branch(lines, "control"), ["*control=", "domain=LABNET"])
-
-    def test_os_branch(self):
-        lines = simlib.decode_text(self.path, 0)
+        self.assertEqual(simlib.mask(lines[:2 + len(attrs)], ("scan-time",)), [
+            BOM + "?zxml", "+Snapshot=",
+            "timestamp=" + simlib.header(r.path(r.files[0])).records[0]["timestamp"],
+            "scan-time=" + MASK, "snaptype=esx:1", "client-version=15.10.19.0",
+            "scan-subtype=sstService", "hostname=ESX67-LAB", "domain=LABNET", "user-name=root",
+            "ip-address=10.130.2.121"])
+        scan_time = int(dict(attrs)["scan-time"])
+        self.assertTrue(scan_time % 1000 == 0 and 0 <= scan_time <= most, scan_time)
         self.assertEqual(simlib.mask(simlib.branch(lines, "OS")), [
             "+OS=", "*os:1=VMware ESXi 6.7.0", "~kind=esx", "name=VMware ESXi 6.7.0",
             "descr=Releasebuild-8169922", "architecture=64-bit", "uptime=" + MASK, "-"])
-
-    def test_first_commands(self):
-        # The locator's DHCP-client check runs before any collector, then the
-        # OS collector asks for the version and the architecture.
-        self.assertEqual(self.result.calls[:4],
+        # The locator's DHCP-client check runs first, then the OS collector.
+        self.assertEqual(r.calls[:4],
                          ["ps_-A", "vmware_-v", "esxcli_system_version_get", "uname_-m"])
 
+    def test_second_third_and_fourth_scan(self):
+        self.check_silent(1, NAME + "(1).inv", "-300", login="ops:1")
+        r = self.runs[2][0]
+        self.assertEqual((r.returncode, console(r.stdout, "Scan started..."), r.stderr, r.files), (
+            0, PROMPT + "Scan started...\n\nScan finished. Results saved to file \"%s/%s(2).inv\"\n"
+            % (self.dir, NAME), "", [NAME + "(2).inv"]))
+        self.check_silent(3, "ESX_01_005056682C41.inv", "+180", "10.130.3.121", "00-50-56-68-2C-41")
 
-class InteractiveTest(unittest.TestCase):
-    def test_answer_y(self):
-        rc, out, err, files = r = simlib.scan("esxi67", [], stdin="y\n")
-        self.assertEqual(rc, 0)
-        self.assertEqual(without_vm_chatter(self, out, "Scan started..."),
-                         PROMPT + "Scan started...\n" +
-                         "\nScan finished. Results saved to file \"%s/%s\"\n" %
-                         (r.workdir, ESXI67_FILE))
-        self.assertEqual(err, "")
-        self.assertEqual(files, [ESXI67_FILE])
 
+class StartTest(unittest.TestCase):
     def test_refusals(self):
-        cases = [("n\n", 0, "Scan canceled.\n"),
-                 ("yes\n", 1, "Incorrect input. Application terminated.\n"),
-                 ("Y\n", 1, "Incorrect input. Application terminated.\n")]
-        for answer, status, message in cases:
-            with self.subTest(answer=answer):
-                r = simlib.scan("esxi67", ["/log"], stdin=answer)
-                self.assertEqual((r.returncode, r.stdout, r.stderr, r.files),
-                                 (status, PROMPT + message, "", []))
-                # The scanner is made only after a "y": no tool ran at all.
-                self.assertEqual(r.calls, [])
-
-
-class OptionsTest(unittest.TestCase):
-    HELP_TAIL = [
-        "Larkspur Census's ESXi Agent",
-        "Usage: quillscan [OPTION...]",
-        "-ip:[ipaddr],\t\t/ip:[ipaddr]\t\tSet Current IP Address",
-        "--help,\t\t\t-?\t\t\tShow this help message",
-        "-debug,\t\t\t/debug\t\t\tSave offline scan result in raw format to send to support",
-        "-silent,\t\t/silent\t\t\tStart offline scan without output to console",
-        "",
-        "",
-    ]
+        for answer, status, message in (("n\n", 0, "Scan canceled.\n"),
+                                        ("yes\n", 1, "Incorrect input. Application terminated.\n")):
+            r = simlib.scan("esxi67", ["/log"], stdin=answer)
+            # The scanner is made only after a "y": no tool ran at all.
+            self.assertEqual((r.returncode, r.stdout, r.stderr, r.files, r.calls),
+                             (status, PROMPT + message, "", [], []), answer)
 
     def test_help_after_other_options(self):
-        for args in (["/silent", "/debug", "-?"], ["-ip:1.2.3.4", "--help", "/silent"]):
-            with self.subTest(args=args):
-                rc, out, err, files = r = simlib.scan("esxi67", args)
-                self.assertEqual((rc, err, files, r.calls), (0, "", [], []))
-                lines = out.split("\n")
-                self.assertNotEqual(lines[0], "")
-                self.assertEqual(lines[1:9], self.HELP_TAIL)
-                self.assertTrue(lines[9].startswith("For additional information contact us: "))
-                self.assertTrue(lines[10].startswith("Visit our site: "))
-                self.assertIn(" & forum: ", lines[10])
-                self.assertEqual(lines[11:], [""])
+        r = simlib.scan("esxi67", ["/silent", "/debug", "-?"])
+        self.assertEqual((r.returncode, r.stderr, r.files, r.calls), (0, "", [], []))
+        self.assertRegex(r.stdout, r"\A.+\n%sFor additional information contact us: .+\n"
+                         r"Visit our site: .+ & forum: .+\n\Z" % re.escape(HELP))
 
-    def scan_ip(self, args):
-        r = simlib.scan("esxi67", args)
-        self.assertEqual(r.returncode, 0)
-        self.assertEqual(len(r.files), 1)
-        self.assertEqual(without_vm_chatter(self, r.stdout, "60%"), silent_stdout(r.files[0]))
-        snap = attr_dict(simlib.attributes(simlib.decode_text(r.path(r.files[0]), 0), 1))
-        asset = attr_dict(simlib.attributes(simlib.decode_text(r.path(r.files[0]), 1), 1))
-        return r.files[0], snap["ip-address"], asset["mac-address"]
-
-    def test_ip_option(self):
-        cases = [
-            # No adapter has this address: it is ignored.
-            (["/silent", "/ip:10.9.9.9"], (ESXI67_FILE, "10.130.2.121", "00-13-32-08-F7-D4")),
-            # lo0 has it: its all-zero MAC names the file (six groups).
-            (["/silent", "/ip:127.0.0.1"],
-             ("ESX_01_000000000000.inv", "127.0.0.1", "00-00-00-00-00-00")),
-            # vmk1 has it and wins over vmk0; the last /ip: counts.
-            (["-ip:10.9.9.9", "/silent", "/ip:10.130.3.121"],
-             ("ESX_01_005056682C41.inv", "10.130.3.121", "00-50-56-68-2C-41")),
-            # An empty address matches nothing.
-            (["/silent", "/ip:"], (ESXI67_FILE, "10.130.2.121", "00-13-32-08-F7-D4")),
-        ]
-        for args, expected in cases:
-            with self.subTest(args=args):
-                self.assertEqual(self.scan_ip(args), expected)
-
-
-class RepeatedScanTest(InvChecks):
-    def test_second_and_third_file(self):
-        d = simlib.workdir()
-        names = []
-        for n in range(3):
-            start = time.time()
-            # QST5 is five hours west of UTC: the offset prints as -300.
-            r = simlib.scan("esxi67", ["/silent"], workdir=d, tz="QST5")
-            end = time.time()
-            self.assertEqual(r.returncode, 0)
-            self.assertEqual(len(r.files), 1, r.files)
-            names.append(r.files[0])
-            self.assertEqual(without_vm_chatter(self, r.stdout, "60%"),
-                             silent_stdout(r.files[0]))
-            h = self.check_container(r.path(r.files[0]), ["snapshot", "assetinfo"])
-            self.check_timestamp(h.records[0]["timestamp"], start, end, "-300")
-        self.assertEqual(names, [ESXI67_FILE, "ESX_01_00133208F7D4(1).inv",
-                                 "ESX_01_00133208F7D4(2).inv"])
-        self.assertEqual(sorted(os.listdir(d)), sorted(names))
-
-
-def raw_text(sections):
-    """The raw-data text the agent builds from (title, body) sections: the
-    first section has no final line end, every later one has one."""
-    text = ""
-    for i, (title, body) in enumerate(sections):
-        block = b"".join([b">>>---Begin of Section: '", title, b"'---<<<\n", body,
-                          b"\n>>>---End of Section: '", title, b"'---<<<"])
-        text = block if i == 0 else text + b"\n" + block + b"\n"
-    return text
-
-
-SCANNER_INFO = (b"Scanner information",
-                b"Scanner arch: x86\nScanner version: 15.10.19\nInternal Version: 2.7.1804.9764")
-
-
-def debug_asset_lines(name, ip, mac):
-    """The debug run's asset document, its scan time masked."""
-    return [BOM + "?zxml", "*AssetInfo=",
-            "hostname=" + name, "ip-address=" + ip, "static-ip=1", "int-name=" + name,
-            "alias=" + name, "description=", "comment=", "inv-number=", "login=",
-            "user-name=", "asset-type=natLinux", "virtual-type=nvtPhysical",
-            "scan-type=nstNone", "scan-subtype=sstNone", "auto-icon-type=nitLinDesktop",
-            "icon-type=nitLinDesktop", "first-scan=", "last-scan=", "snapshot-list=",
-            "snapshot-types=", "mac-address=" + mac, "uuid=", "serial-number=", "asset-tag=",
-            "scan-attempt=" + MASK, "error-message=Debug scan"]
-
-
-class DebugRun:
-    """One debug run of HOST, shared by the tests of a subclass (mixed into
-    a test case, so this class itself is not collected)."""
-    HOST = None
-
-    @classmethod
-    def setUpClass(cls):
-        cls.start = time.time()
-        cls.result = simlib.scan(cls.HOST, ["/debug", "/silent"])
-        cls.end = time.time()
-        files = cls.result.files
-        cls.path = cls.result.path(files[0]) if len(files) == 1 else None
-
-    def setUp(self):
-        self.assertIsNotNone(self.path, "expected one file, got %r" % self.result.files)
-
-    def check_console(self, name):
-        self.assertEqual(self.result.returncode, 0)
-        self.assertEqual(self.result.files, [name])
-        # A debug run prints no progress lines, only the result.
-        self.assertEqual(self.result.stdout, ">>>%s\n" % name)
-        self.assertEqual(self.result.stderr, "")
-
-    def test_container(self):
-        h = self.check_container(self.path, ["assetinfo", "customdata"])
-        r0, r1 = h.records
-        self.assertEqual(h.lines, [
-            "[H]", "count=2", "snapshotcount=0",
-            "[0]", "offset=0", "length=" + r0["length"], "type=assetinfo",
-            "[1]", "offset=" + r0["length"], "length=" + r1["length"], "type=customdata",
-            "ID=rawdata"])
-        lines = simlib.decode_text(self.path, 0)
-        self.check_timestamp(dict(simlib.attributes(lines, 1))["scan-attempt"], self.start,
-                             self.end)
-
-    def asset_document(self):
-        # Only scan-attempt varies: the other time attributes stay empty here.
-        return simlib.mask(simlib.decode_text(self.path, 0), ("scan-attempt",))
-
-
-class DebugBareTest(DebugRun, InvChecks):
-    HOST = "bare"
-
-    def test_console_and_file(self):
-        # No uname: the short host name is empty, so the name starts with "_".
-        self.check_console("_525400123456.inv")
-
-    def test_asset_document(self):
-        self.assertEqual(self.asset_document(),
-                         debug_asset_lines("", "192.168.122.50", "52-54-00-12-34-56"))
-
-    def test_raw_text(self):
-        # Every tool-based section falls back; nothing simulated was called.
-        self.assertEqual(self.result.calls, [])
-        expected = raw_text([
-            SCANNER_INFO,
-            (b"System Main Information", b"OS Name: \n"),
-            (b"Bios Info(Raw data)", b""),
-            (b"FSTAB-file info", b"file not found"),
-            (b"Application 'DF'", b"not installed"),
-            (b"'esxcfg-scsidevs --list' output", b""),
-            (b"'esxcfg-scsidevs -m' output", b""),
-            (b"'df -k' output", b""),
-            (b"VM's list", b""),
-            (b"Application 'IFCONFIG'", b"Not installed"),
-            (b"'Resolv.conf'", b"File not found"),
-            (b"Application 'LSPCI'", b"Not installed"),
-            (b"Application 'LSUSB'", b"Not installed"),
-            (b"Application 'PS'", b"Not installed"),
-            (b"Application 'ENV'", b"Not installed"),
-            (b"'PASSWD' file data", simlib.host_bytes("bare", "files", "etc", "passwd")),
-            (b"'Firewall info' output", b""),
-            (b"HOSTNAME", b""),
-        ])
-        self.assertEqual(simlib.decode_raw(self.path), expected)
-
-
-class DebugEsxi67Test(DebugRun, InvChecks):
-    HOST = "esxi67"
-    # Major version 6: the esxcfg/df sections, not the esxcli storage ones.
-    RAW_KEYS = ["smbiosDump", "df_-T", "esxcfg-scsidevs_--list", "esxcfg-scsidevs_-m", "df_-k",
-                "vim-cmd_vmsvc+getallvms", "lspci_-v", "lsusb_-v", "ps_-cvu", "env",
-                "esxcli_network_firewall_ruleset_list", "uname_-n"]
-
-    def test_console_and_file(self):
-        self.check_console(ESXI67_FILE)
-
-    def test_asset_document(self):
-        # The debug record names the host by its short name, not by samba's.
-        self.assertEqual(self.asset_document(),
-                         debug_asset_lines("esx-01", "10.130.2.121", "00-13-32-08-F7-D4"))
-
-    def out(self, key):
-        # What a simulated command printed; scripted answers are not
-        # predictable here, so the test insists on plain ones.
-        self.assertFalse(os.path.exists(simlib.host_path("esxi67", "commands", key + ".sh")))
-        p = simlib.host_path("esxi67", "commands", key)
-        return simlib.host_bytes("esxi67", "commands", key) if os.path.exists(p) else b""
-
-    def test_raw_text(self):
-        out = self.out
-        expected = raw_text([
-            SCANNER_INFO,
-            (b"System Main Information", b"OS Name: VMware ESXi 6.7.0\n"),
-            (b"Bios Info(Raw data)", out("smbiosDump")),
-            (b"FSTAB-file info", b"file not found"),
-            (b"DF output info", out("df_-T")),
-            (b"'esxcfg-scsidevs --list' output", out("esxcfg-scsidevs_--list")),
-            (b"'esxcfg-scsidevs -m' output", out("esxcfg-scsidevs_-m")),
-            (b"'df -k' output", out("df_-k")),
-            (b"VM's list", out("vim-cmd_vmsvc+getallvms")),
-            (b"Application 'IFCONFIG'", b"Not installed"),
-            (b"'Resolv.conf' File Data", simlib.host_bytes("esxi67", "files", "etc", "resolv.conf")),
-            (b"'LSPCI' output", out("lspci_-v")),
-            (b"'LSUSB' output", out("lsusb_-v")),
-            (b"'PS' output", out("ps_-cvu")),
-            (b"'ENV' output", out("env")),
-            (b"'PASSWD' file data", simlib.host_bytes("esxi67", "files", "etc", "passwd")),
-            (b"'Firewall info' output", out("esxcli_network_firewall_ruleset_list")),
-            (b"HOSTNAME", out("uname_-n")),
-        ])
-        self.assertEqual(simlib.decode_raw(self.path), expected)
-
-    def test_raw_commands_in_order(self):
-        # After the OS collector's raw-mode version queries come the raw-data
-        # commands, in their order.
-        calls = self.result.calls
-        self.assertIn("smbiosDump", calls)
-        first = len(calls) - 1 - calls[::-1].index("smbiosDump")
-        self.assertEqual(calls[first - 2:first], ["vmware_-v", "esxcli_system_version_get"])
-        self.assertEqual(calls[first:first + len(self.RAW_KEYS)], self.RAW_KEYS)
-
-
-class OtherHostsTest(InvChecks):
-    def test_bare_host_scan(self):
-        rc, out, err, files = r = simlib.scan("bare", ["/silent"])
-        self.assertEqual((rc, err, files), (0, "", ["_525400123456.inv"]))
-        self.assertEqual(out, silent_stdout("_525400123456.inv"))
-        path = r.path(files[0])
-        self.check_container(path, ["snapshot", "assetinfo"])
-        lines = simlib.decode_text(path, 0)
-        snap = attr_dict(simlib.attributes(lines, 1))
-        self.assertEqual([snap[k] for k in ("hostname", "domain", "user-name", "ip-address")],
-                         ["", "", "root", "192.168.122.50"])
-        self.assertEqual(simlib.mask(simlib.branch(lines, "OS")), [
+    def test_bare_host(self):
+        # No uname: the file name starts with "_"; the summary falls back on
+        # the kernel's host name.
+        r = simlib.scan("bare", ["/silent"])
+        name = "_525400123456.inv"
+        self.assertEqual((r.returncode, r.stdout, r.stderr, r.files, r.calls),
+                         (0, silent_stdout(name), "", [name], []))
+        self.assertEqual(base_asset(simlib.decode_text(r.path(name), 1)[1:]), asset_lines(
+            ("bare", ""), "192.168.122.50", "52-54-00-12-34-56", ""))
+        self.assertEqual(simlib.mask(simlib.branch(simlib.decode_text(r.path(name), 0), "OS")), [
             "+OS=", "Warning:1=", "~type=package_not_found", "~pkg_name=uname", "~more=os",
             "*os:1=", "~kind=esx", "name=", "uptime=" + MASK, "-"])
+
+
+SCANNER = b"Scanner arch: x86\nScanner version: 15.10.19\nInternal Version: 2.7.1804.9764"
+# Raw sections of a debug run: title and text (a literal, a host file or a command's key) on
+# esxi67 (major 6: esxcfg and df), then title (None: the same) and text on bare, without tools.
+RAW = [(b"Scanner information", SCANNER, None, SCANNER),
+       (b"System Main Information", b"OS Name: VMware ESXi 6.7.0\n", None, b"OS Name: \n"),
+       (b"Bios Info(Raw data)", "smbiosDump", None, b""),
+       (b"FSTAB-file info", b"file not found", None, b"file not found"),
+       (b"DF output info", "df_-T", b"Application 'DF'", b"not installed"),
+       (b"'esxcfg-scsidevs --list' output", "esxcfg-scsidevs_--list", None, b""),
+       (b"'esxcfg-scsidevs -m' output", "esxcfg-scsidevs_-m", None, b""),
+       (b"'df -k' output", "df_-k", None, b""),
+       (b"VM's list", "vim-cmd_vmsvc+getallvms", None, b""),
+       (b"Application 'IFCONFIG'", b"Not installed", None, b"Not installed"),
+       (b"'Resolv.conf' File Data", "/etc/resolv.conf", b"'Resolv.conf'", b"File not found"),
+       (b"'LSPCI' output", "lspci_-v", b"Application 'LSPCI'", b"Not installed"),
+       (b"'LSUSB' output", "lsusb_-v", b"Application 'LSUSB'", b"Not installed"),
+       (b"'PS' output", "ps_-cvu", b"Application 'PS'", b"Not installed"),
+       (b"'ENV' output", "env", b"Application 'ENV'", b"Not installed"),
+       (b"'PASSWD' file data", "/etc/passwd", None, "/etc/passwd"),
+       (b"'Firewall info' output", "esxcli_network_firewall_ruleset_list", None, b""),
+       (b"HOSTNAME", "uname_-n", None, b"")]
+
+
+class DebugRunTest(unittest.TestCase):
+    def debug_run(self, host, args, name, identity):
+        start = time.time()
+        r = simlib.scan(host, args)
+        # No progress lines, only the result.
+        self.assertEqual((r.returncode, r.stdout, r.stderr, r.files),
+                         (0, ">>>%s\n" % name, "", [name]))
+        a = dict(simlib.attributes(check_file(self, r.path(name), DEBUG_HEADER, start,
+                                              time.time()), 1))
+        self.assertEqual([a[k] for k in ("hostname", "alias", "ip-address", "mac-address")],
+                         identity)
+        expected = b""
+        for i, (title, source, bare_title, bare_source) in enumerate(RAW):
+            if host == "bare":
+                title, source = bare_title or title, bare_source
+            if isinstance(source, str):  # a host file, or what a command printed (if anything)
+                part = ("files", source[1:]) if source[0] == "/" else ("commands", source)
+                exists = os.path.exists(simlib.host_path(host, *part))
+                source = simlib.host_bytes(host, *part) if exists else b""
+            block = b">>>---Begin of Section: '%s'---<<<\n%s\n>>>---End of Section: '%s'---<<<" % (
+                title, source, title)
+            # The first section ends without a line end, every later one with one.
+            expected = block if i == 0 else expected + b"\n" + block + b"\n"
+        self.assertEqual(simlib.decode_raw(r.path(name)), expected)
+        return r
+
+    def test_esxi67_with_address_of_vmk1(self):
+        # The record names the host by its short name, not by samba's.
+        self.debug_run("esxi67", ["/debug", "-silent", "/ip:10.130.3.121"],
+                       "ESX_01_005056682C41.inv",
+                       ["esx-01", "esx-01", "10.130.3.121", "00-50-56-68-2C-41"])
+
+    def test_bare(self):
+        r = self.debug_run("bare", ["-debug", "/silent"], "_525400123456.inv",
+                           ["", "", "192.168.122.50", "52-54-00-12-34-56"])
         self.assertEqual(r.calls, [])
 
-    def test_esx41_scan(self):
-        rc, out, err, files = r = simlib.scan("esx41", ["/silent"])
-        # vswif0 is the first adapter with a MAC; lo is skipped.
-        self.assertEqual((rc, err, files), (0, "", ["VMHOST41_0050564A2B10.inv"]))
-        self.assertEqual(out, silent_stdout(files[0]))
-        lines = simlib.decode_text(r.path(files[0]), 0)
-        snap = attr_dict(simlib.attributes(lines, 1))
-        # samba's uncommented netbios name and workgroup win over uname.
-        self.assertEqual([snap[k] for k in ("hostname", "domain", "user-name", "ip-address")],
-                         ["LEGACY-ESX", "CORP", "root", "192.168.50.41"])
-        # Major version 4: name and build come from "vmware -v" alone, and
-        # the build keeps the output's line end (stored as CR).
-        self.assertEqual(simlib.mask(simlib.branch(lines, "OS")), [
-            "+OS=", "*os:1=VMware ESX 4.1.0", "~kind=esx", "name=VMware ESX 4.1.0",
-            "descr=build-260247\r", "architecture=64-bit", "uptime=" + MASK, "-"])
-        self.assertNotIn("esxcli_system_version_get", r.calls)
+    def test_esxi55_storage_sections(self):
+        # Major version 5: the esxcli storage sections replace esxcfg's and df's.
+        r = simlib.scan("esxi55-dhcp", ["/debug", "/silent"])
+        raw = simlib.decode_raw(r.path(r.files[0]))
+        lists = [b"esxcli storage %s list" % s for s in (b"vmfs extent", b"core device",
+                                                         b"core path", b"filesystem")]
+        self.assertEqual(re.findall(rb"Begin of Section: '(.*)'---<<<", raw)[5:10],
+                         [b"'%s' output" % s for s in lists] + [b"VM's list"])
+        self.assertEqual([c for c in r.calls if "storage" in c],
+                         [s.decode().replace(" ", "_") for s in lists])
 
 
 if __name__ == "__main__":

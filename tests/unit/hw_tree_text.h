@@ -2,8 +2,6 @@
 #ifndef QUILLSCAN_TESTS_UNIT_HW_TREE_TEXT_H_
 #define QUILLSCAN_TESTS_UNIT_HW_TREE_TEXT_H_
 
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,13 +15,6 @@ inline std::string tree_text(const ztag* node) {
   std::vector<char> buffer(node->text_length(false) + 1, '\0');
   const size_t written = node->write_text(buffer.data(), 0, false, false);
   return std::string(buffer.data(), written);
-}
-
-inline std::string read_fixture(const std::string& relative) {
-  std::ifstream in(std::string(QS_FIXTURES) + "/" + relative, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
 }
 
 }  // namespace hw_test

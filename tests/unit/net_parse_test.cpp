@@ -1,104 +1,101 @@
-// NIC descriptions, DNS servers and firewall rulesets from captured text.
+// NIC descriptions, DHCP lease matching, DNS servers and firewall rulesets
+// from captured text.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
+#include <cstdlib>
+#include <ctime>
 #include <stdexcept>
 #include <string>
-#include <vector>
+#include <tuple>
 
 #include "collectors/network/network.h"
+#include "hw_tree_text.h"
 #include "zxml/zXML.h"
 
 namespace {
 
-std::string fixture(const std::string& name) {
-  std::ifstream in(std::string(QS_FIXTURES) + "/esxi-samples/" + name, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
-
-// The text form of the top element's child `name` and everything below it.
-std::string branch_text(const zXML& doc, const char* name) {
-  const ztag* node = doc.top()->find_child(name);
-  if (node == nullptr) return "<none>";
-  std::vector<char> buffer(node->text_length(false) + 1);
-  return std::string(buffer.data(), node->write_text(buffer.data(), 0, false, false));
-}
-
 TEST(NetNicDescription, ColumnSevenMatchKeepsTheMtu) {
-  const std::string nics = fixture("esxcfg-nics_-l.esxi55.txt");
-  const std::string esxcli55 = fixture("esxcli_network_nic_list.esxi55.txt");
-  const std::string esxcli67 = fixture("esxcli_network_nic_list.esxi67.txt");
-  const std::string mac = "00:11:22:33:44:55";
-  struct {
-    const char* what;
-    std::string listing;
-    int major;
-    std::string mac;
-    const char* expected;
-  } cases[] = {
-      {"esxcfg-nics", nics, 4, "a0:36:9f:3e:b4:62",
-       "1500   Intel Corporation I350 Gigabit Network Connection"},
-      {"esxcli 5.5", esxcli55, 6, "68:5b:35:91:47:85",
-       "1500  Broadcom Corporation NetXtreme BCM57762 Gigabit Ethernet PCIe"},
-      {"status columns push the MAC to column 8", esxcli67, 6, "00:13:32:08:f7:d4", ""},
-      {"no tool for major 7", esxcli55, 7, "68:5b:35:91:47:85", ""},
-      {"esxcli without dashes", "Name b c d e f " + mac + " 1500 X\n", 5, mac, ""},
-      {"major 4 skips the first line", "a b c d e f " + mac + " 1500 X\n", 4, mac, ""},
-      {"a tab is no separator", "head\na b c d e\tf " + mac + " 1500 X\n", 4, mac, ""},
-      {"first match wins, even without a rest",
-       "head\na b c d e f " + mac + "  \na b c d e f " + mac + " 1500 X\n", 4, mac, ""},
-      {"blank runs skipped, empty column 1", "head\n b  c d e f " + mac + "  1500\tX  \n", 4, mac,
-       "1500\tX  "},
+  const std::string mac = "00:11:22:33:44:55", rest = mac + " 1500 X\n";
+  // Listing, ESX major -> description.
+  const std::tuple<std::string, int, const char*> cases[] = {
+      {"Name\n---\na b c d e f " + mac + "  1500\tX  \n", 6, "1500\tX  "},  // after the dashes
+      {"head\n b  c d e f " + rest, 4, "1500 X"},   // blank runs skipped, empty column 1
+      {"Name\n---\na b c d e f g " + rest, 5, ""},  // an extra column: the MAC is column 8
+      {"head\na b c d e\tf " + rest, 4, ""},        // a tab is no separator
+      // The first match wins, even without a description.
+      {"head\na b c d e f " + mac + "  \na b c d e f " + rest, 4, ""},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(nic_description(c.listing, c.major, c.mac), c.expected) << c.what;
+  for (const auto& [listing, major, expected] : cases) {
+    EXPECT_EQ(nic_description(listing, major, mac), expected) << listing;
   }
 }
 
-TEST(NetDnsServers, PlainSearchFromTheGivenPosition) {
-  zXML doc(true, "Snapshot");
-  record_dns_servers("nameserver 10.0.0.1\n", std::string::npos, doc.top());
-  record_dns_servers("", 0, doc.top());
-  EXPECT_EQ(branch_text(doc, "Network"), "<none>");
+// Sets TZ while it lives.
+struct Zone {
+  explicit Zone(const char* tz) : old(getenv("TZ") != nullptr ? getenv("TZ") : "") { set(tz); }
+  ~Zone() { set(old.empty() ? nullptr : old.c_str()); }
+  static void set(const char* tz) {
+    tz != nullptr ? setenv("TZ", tz, 1) : unsetenv("TZ");
+    tzset();
+  }
+  std::string old;
+};
 
+std::string lease(long seconds, const std::string& expire, const char* ifname = "vmk0",
+                  const char* address = "10.0.0.5") {
+  return std::string("lease {\n  interface \"") + ifname + "\";\n  fixed-address " + address +
+         ";\n  option dhcp-lease-time " + std::to_string(seconds) + ";\n  renew 6 " + expire +
+         ";\n  expire 6 " + expire + ";\n}\n";
+}
+
+TEST(NetLease, CurrentExpiredFutureOtherAddressAndNamePosition) {
+  Zone zone("UTC0");
+  const auto noon_utc = [] { return time_t{1718452800}; };  // 2024-06-15 12:00:00 UTC
+  const std::string now = lease(86400, "2024/06/16 00:00:00");
+  const std::string old = lease(86400, "2024/06/15 11:59:59");
+  const std::pair<std::string, bool> cases[] = {
+      {now, true},
+      {old, false},
+      {lease(86400, "2024/06/15 12:00:00"), false},  // expires now
+      {lease(3600, "2024/06/15 12:59:59"), true},    // started a second ago
+      {lease(3600, "2024/06/15 13:00:00"), false},   // starts now, not yet current
+      {lease(86400, "2024/06/16 00:00:00", "vmk0", "10.0.0.50"), false},  // another address
+      {lease(86400, "2024/06/16 00:00:00", "vmk1"), false},
+      // The name only at offset 0 makes the search start at the top, where
+      // another interface's lease is found.
+      {"\"vmk0\"\n" + lease(86400, "2024/06/16 00:00:00", "vmk1"), true},
+      {now + old, false},  // the interface's last lease decides
+      {old + now, true},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(lease_matches_at(c.first, "vmk0", "10.0.0.5", noon_utc), c.second) << c.first;
+  }
+  // Local time with today's daylight-saving flag: a December expiry read with
+  // June's offset is 2024-11-30 22:00 UTC, so this lease began 30 minutes ago.
+  Zone cet("CET-1CEST,M3.5.0,M10.5.0/3");
+  EXPECT_TRUE(
+      lease_matches_at(lease(14553000, "2024/12/01 00:00:00"), "vmk0", "10.0.0.5", noon_utc));
+}
+
+TEST(NetDnsAndFirewall, ResolvConfAndRulesets) {
+  zXML doc(true, "Snapshot");
   // Blanks (not tabs) are skipped, comments and longer words are hits, the
   // next search starts at the value, and the last value runs to the end.
   record_dns_servers(
       "search lab\nnameserver   10.0.0.2  \nnameserver\t10.0.0.3\n# nameserver 10.0.0.4 old\n"
       "nameservers 5\nnameserver nameserver 10.0.0.6\nnameserver 10.0.0.7",
       0, doc.top());
-  EXPECT_EQ(branch_text(doc, "Network"),
-            "+Network=\n*dns-servers=\ndns-server:1=10.0.0.2\ndns-server:2=\t10.0.0.3\n"
-            "dns-server:3=10.0.0.4 old\ndns-server:4=s 5\ndns-server:5=nameserver 10.0.0.6\n"
-            "dns-server:6=10.0.0.6\ndns-server:7=10.0.0.7\n-\n");
-}
-
-TEST(NetFirewall, ExactTrueAndNumberingFromZero) {
-  zXML doc(true, "Snapshot");
-  record_firewall(
-      "Name       Enabled\n---------  -------\nsshServer     true\nsshClient    false\n"
-      "trailing     true \ncapital       True\nnotRead       true",
-      doc.top());
-  EXPECT_EQ(branch_text(doc, "Security"),
-            "+Security=\n+Firewall=\n~kind=esx_fw\n*rule:0=sshServer\nenabled=1\n"
-            "*rule:1=sshClient\nenabled=0\n*rule:2=trailing\nenabled=0\n*rule:3=capital\n"
-            "enabled=0\n-\n-\n");
-}
-
-TEST(NetFirewall, HeaderWithoutDashesAndSecondRun) {
-  zXML doc(true, "Snapshot");
-  record_firewall("Name  Enabled\nsshServer  true\n", doc.top());
-  EXPECT_EQ(branch_text(doc, "Security"),
-            "+Security=\n+Firewall=\n~kind=esx_fw\n*rule:0=Name\nenabled=0\n"
-            "*rule:1=sshServer\nenabled=1\n-\n-\n");
-  // A second run reuses rule:0 and adds a second annotation.
-  record_firewall("---\nfirst   \n", doc.top());
-  EXPECT_EQ(branch_text(doc, "Security"),
-            "+Security=\n+Firewall=\n~kind=esx_fw\n~kind=esx_fw\n*rule:0=first\nenabled=0\n"
-            "*rule:1=sshServer\nenabled=1\n-\n-\n");
+  // Only exactly "true" is enabled; the header is a ruleset when no "--"
+  // follows it; text after the last line break is not read.
+  record_firewall("Name  Enabled\nsshServer     true\ntrailing     true \ncapital  True\nx true",
+                  doc.top());
+  EXPECT_EQ(
+      hw_test::tree_text(doc.top()),
+      "+Snapshot=\n+Network=\n*dns-servers=\ndns-server:1=10.0.0.2\ndns-server:2=\t10.0.0.3\n"
+      "dns-server:3=10.0.0.4 old\ndns-server:4=s 5\ndns-server:5=nameserver 10.0.0.6\n"
+      "dns-server:6=10.0.0.6\ndns-server:7=10.0.0.7\n-\n+Security=\n+Firewall=\n~kind=esx_fw\n"
+      "*rule:0=Name\nenabled=0\n*rule:1=sshServer\nenabled=1\n*rule:2=trailing\nenabled=0\n"
+      "*rule:3=capital\nenabled=0\n-\n-\n-\n");
   EXPECT_THROW(record_firewall("---\nlonely\n", doc.top()), std::out_of_range);
 }
 

@@ -1,15 +1,13 @@
-// Helpers for the host, app, OS and asset-summary tests: temporary
-// directories, fake host tools, and the text form of tree nodes.
-#ifndef QUILLSCAN_TESTS_UNIT_SPINE_TEST_SUPPORT_H_
-#define QUILLSCAN_TESTS_UNIT_SPINE_TEST_SUPPORT_H_
+// Helpers for the host, app, OS and asset-summary tests: a temporary
+// directory, fake host tools, and the text form of tree nodes.
+#pragma once
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 
 #include <fstream>
-#include <memory>
-#include <sstream>
+#include <iterator>
 #include <string>
 
 #include "zxml/tag.h"
@@ -17,60 +15,36 @@
 namespace spine_test {
 
 // A fresh directory under /tmp, removed with everything in it.
-class TempDir {
- public:
-  TempDir() {
-    char pattern[] = "/tmp/qs-unit-XXXXXX";
-    path_ = mkdtemp(pattern) != nullptr ? pattern : "";
-    EXPECT_FALSE(path_.empty());
-  }
-  ~TempDir() { EXPECT_EQ(std::system(("rm -rf '" + path_ + "'").c_str()), 0); }
-  const std::string& path() const { return path_; }
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
+struct TempDir {
+  char path_[20] = "/tmp/qs-unit-XXXXXX";
+  TempDir() { EXPECT_NE(mkdtemp(path_), nullptr); }
+  ~TempDir() { EXPECT_EQ(std::system(("rm -rf '" + path() + "'").c_str()), 0); }
+  std::string path() const { return path_; }
+  std::string operator/(const std::string& name) const { return path() + "/" + name; }
 };
 
 inline std::string slurp(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  EXPECT_TRUE(in.good()) << path;
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
-inline std::string fixture(const std::string& name) {
-  return slurp(std::string(QS_FIXTURES) + "/esxi-samples/" + name);
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 inline void write_file(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
+  std::ofstream(path, std::ios::binary) << content;
 }
 
-// An executable shell script at path.
+// An executable shell script at path (its directory is made if missing).
 inline void write_script(const std::string& path, const std::string& body) {
+  mkdir(path.substr(0, path.rfind('/')).c_str(), 0755);
   write_file(path, "#!/bin/sh\n" + body);
   EXPECT_EQ(chmod(path.c_str(), 0755), 0) << path;
 }
 
-inline bool exists(const std::string& path) {
-  struct stat st;
-  return lstat(path.c_str(), &st) == 0;
-}
-
-// Puts first_dir at the head of PATH while it lives, so that commands run
-// by bare name ("vmware -v", "whoami") find fake tools.
-class ScopedPath {
- public:
-  explicit ScopedPath(const std::string& first_dir)
-      : old_(getenv("PATH") != nullptr ? getenv("PATH") : "/usr/bin:/bin") {
-    setenv("PATH", (first_dir + ":/usr/bin:/bin").c_str(), 1);
-  }
-  ~ScopedPath() { setenv("PATH", old_.c_str(), 1); }
-
- private:
-  std::string old_;
+// Puts dir at the head of PATH while it lives, so that commands run by
+// bare name ("vmware -v", "whoami") find fake tools.
+struct ScopedPath {
+  const std::string old = getenv("PATH") != nullptr ? getenv("PATH") : "/usr/bin:/bin";
+  explicit ScopedPath(const std::string& dir) { setenv("PATH", (dir + ":" + old).c_str(), 1); }
+  ~ScopedPath() { setenv("PATH", old.c_str(), 1); }
 };
 
 // The text form of one node (with its children, closed).
@@ -80,5 +54,3 @@ inline std::string text_of(const ztag* node) {
 }
 
 }  // namespace spine_test
-
-#endif  // QUILLSCAN_TESTS_UNIT_SPINE_TEST_SUPPORT_H_

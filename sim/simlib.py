@@ -1,10 +1,10 @@
-"""Helpers for the end-to-end tests: run the agent inside a simulated host
-(sim/run) and read back what it wrote.
+"""The simulated host's Python API, used by the end-to-end tests: run the
+agent inside a simulated host (sim/run) and read back what it wrote.
 
 Binaries come from the environment, as CTest sets it:
   QS_AGENT       the quillscan binary
   QS_DECODER     the quillscan-inv binary
-  QS_SOURCE_DIR  the source tree (default: two levels above this file)
+  QS_SOURCE_DIR  the source tree (default: the folder above sim/)
 
 A simulated host that cannot be built (no root, no namespaces, ...) raises
 SimError, so a test fails loudly instead of passing or being skipped.
@@ -21,7 +21,7 @@ import time
 import zlib
 
 SOURCE_DIR = os.environ.get("QS_SOURCE_DIR") or os.path.dirname(
-    os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+    os.path.dirname(os.path.abspath(__file__)))
 SIM_RUN = os.path.join(SOURCE_DIR, "sim", "run")
 HOSTS_DIR = os.path.join(SOURCE_DIR, "sim", "hosts")
 
