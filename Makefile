@@ -73,7 +73,7 @@ esxi: deps-esxi
 test-esxi: esxi all
 	cd tests/e2e && QS_AGENT=$(abspath $(DIST)/quillscan) \
 	  QS_AGENT_ESXI=$(abspath $(DIST)/quillscan) QS_AGENT_NATIVE=$(abspath $(BUILD)/quillscan) \
-	  QS_DECODER=$(abspath $(BUILD)/quillscan-inv) QS_SOURCE_DIR=$(CURDIR) \
+	  QS_DECODER=$(abspath $(BUILD)/quillscan-inv) QS_SOURCE_DIR=$(CURDIR) PYTHONPATH=$(CURDIR)/sim \
 	  python3 -m unittest discover -p 'test_*.py'
 
 # libFuzzer targets with ASan and UBSan, each run for FUZZ_SECONDS; the

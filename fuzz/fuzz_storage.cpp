@@ -6,6 +6,7 @@
 // std::string::substr's out-of-range error; that end is let through.
 #include "collectors/storage/storage.h"
 #include "fuzz/fuzz_support.h"
+#include "summary/asset_stages.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::vector<std::string> in = fuzz::split(data, size, 3);
@@ -29,6 +30,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     float size_gb = 0;
     fuzz::scanner().scan_filesystem_line(line, &doc, ++number, free_gb, size_gb);
   }
+  // The asset summary reads the file systems back.
+  asset_storage(doc.top()->child("AssetInfo"), doc.top());
   fuzz::check_document(doc);
   return 0;
 }

@@ -16,7 +16,6 @@ lacks.
 """
 import os
 import re
-import shutil
 import sys
 import unittest
 
@@ -33,11 +32,10 @@ NAMED = {"usr-acc": "NAME", "env-var": "NAME", "Soft": "NAME VERSION"}
 FIXED = {"os:1", "HDD:1"}
 
 # The scans whose paths the reference must cover together: a normal scan of
-# each simulated host, the hostile host as ESX 4 (packages from ipkg), and a
-# debug run.
+# each simulated host, and a debug run.
 SCANS = [("esxi67", ["/silent"]), ("esx41", ["/silent"]), ("bare", ["/silent"]),
          ("esxi55-dhcp", ["/silent"]), ("hostile", ["/silent"]),
-         ("hostile-esx4", ["/silent"]), ("esxi67", ["/silent", "/debug"])]
+         ("esxi67", ["/silent", "/debug"])]
 
 # Rows that no simulated host produces say so in their "Absent when" cell.
 UNSEEN_MARKERS = ("never written", "not in the simulated hosts")
@@ -101,22 +99,8 @@ def document_paths(lines):
     return paths
 
 
-def host_folder(host):
-    """The folder of a host; "hostile-esx4" is a copy of the hostile host
-    whose "vmware -v" names ESX 4.1."""
-    if host != "hostile-esx4":
-        return host
-    d = os.path.join(simlib.workdir(), "hostile-esx4")
-    shutil.copytree(simlib.host_path("hostile"), d, symlinks=True,
-                    ignore=shutil.ignore_patterns("__pycache__"))
-    os.unlink(os.path.join(d, "commands", "vmware_-v.sh"))
-    with open(os.path.join(d, "commands", "vmware_-v"), "wb") as f:
-        f.write(b"VMware ESX 4.1.0 build-260247\n")
-    return d
-
-
 def scan_paths(host, args):
-    result = simlib.scan(host_folder(host), args)
+    result = simlib.scan(host, args)
     if len(result.files) != 1:
         raise simlib.SimError("%s %s wrote %r" % (host, args, result.files))
     path = result.path(result.files[0])
