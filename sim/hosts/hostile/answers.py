@@ -47,13 +47,15 @@ INTERFACES = [
 GATEWAYS = {name: "10.66.%d.1" % i for i, (name, _, _) in enumerate(INTERFACES)}
 
 # Device names of the VMFS extents; each reaches "esxcli storage core device
-# list -d NAME" as one argument.
+# list -d NAME" as one argument. A line break inside a name can only be a
+# carriage return: a line feed ends the listing's line.
 DEVICES = [
     "naa.6005;pwned",
     "naa.$(pwned)",
     "naa.`pwned`",
     "naa.'$(pwned)'",
     'naa."$(pwned)"',
+    "naa.\rpwned\r$(pwned)",
     "naa.x|pwned&&>pwned.f",
 ]
 # The model each device's answer reports (only the last device has no
@@ -63,7 +65,7 @@ DEVICE_MODELS = {name: "MODEL-%d" % i for i, name in enumerate(DEVICES[:-1])}
 # VM ids of the getallvms listing (each read as a number by the agent, so
 # each starts with digits) and what "vim-cmd vmsvc/power.getstate ID" says.
 VM_IDS = ["1;pwned", "2$(pwned)", "3`pwned`", "4'$(pwned)'", '5"$(pwned)"', "6|pwned&&>pwned.f",
-          "7\\$(pwned)"]
+          "7\\\r$(pwned)"]
 POWER = {
     "1;pwned": b"Retrieved runtime info\nPowered on\n",
     "2$(pwned)": b"Retrieved runtime info\r\nPowered off\r\n",
@@ -71,7 +73,7 @@ POWER = {
     "4'$(pwned)'": b"Retrieved runtime info\nPowered on\n",
     '5"$(pwned)"': b"\x00\xff garbage",
     "6|pwned&&>pwned.f": b"Retrieved runtime info\nPowered on\n",
-    "7\\$(pwned)": b"Retrieved runtime info\nPowered on\n",
+    "7\\\r$(pwned)": b"Retrieved runtime info\nPowered on\n",
 }
 
 # USB bus and device words as lsusb prints them (the device word keeps its
@@ -81,13 +83,14 @@ USB = [
     ("001;pwned", "$(pwned):"),
     ("`pwned`", "'$(pwned)':"),
     ('"$(pwned)"', "|pwned&&>pwned.f:"),
+    ("002", "003:\r"),
 ]
 USB_PRODUCTS = {pair: "Product %d" % i for i, pair in enumerate(USB)}
 
 # Package names of "ipkg list" (the ESX 4 variant of this host); each reaches
 # "ipkg info NAME".
 PACKAGES = ["busybox", "pkg;pwned", "$(pwned)", "`pwned`", "'$(pwned)'", '"$(pwned)"',
-            "|pwned&&>pwned.f", "-pwned"]
+            "|pwned&&>pwned.f", "-pwned", "pkg\rpwned"]
 
 # The datastore every machine lives on, and where it is mounted.
 DATASTORE = "hostile-ds"
