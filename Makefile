@@ -2,9 +2,11 @@
 #   make            release build of build/quillscan and build/quillscan-inv
 #   make test       build and run every test, then again under ASan + UBSan,
 #                   then the end-to-end tests against the host binary
-#   make esxi       the binary for ESX/ESXi hosts: dist/quillscan, static,
-#                   stripped, 32-bit x86, zlib linked in
-#   make test-esxi  end-to-end tests with dist/quillscan as the agent
+#   make esxi       the binaries for ESX/ESXi hosts, static, stripped, zlib
+#                   linked in: dist/quillscan (32-bit x86) and
+#                   dist/quillscan-x86_64 (x86-64)
+#   make test-esxi  end-to-end tests with dist/quillscan as the agent, and
+#                   both host binaries compared with the native build
 #   make fuzz       build the fuzz targets and run each for FUZZ_SECONDS
 #   make bench      build and run the benchmarks
 #   make demo       scan the simulated host esxi67 and show the result
@@ -13,6 +15,7 @@ BUILD ?= build
 ASAN_BUILD ?= build-asan
 BENCH_BUILD ?= build-bench
 ESXI_BUILD ?= build-esxi
+ESXI64_BUILD ?= build-esxi64
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
 DIST ?= dist
@@ -20,8 +23,8 @@ DIST ?= dist
 # Debian packages the build and the simulated hosts need.
 DEB_PACKAGES = cmake g++ zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev \
                python3 iproute2 util-linux procps
-# The 32-bit static build (and the check of what it produced).
-ESXI_PACKAGES = cmake g++ g++-multilib lib32z1-dev binutils file
+# The 32-bit and 64-bit static builds (and the check of what they produced).
+ESXI_PACKAGES = cmake g++ g++-multilib lib32z1-dev zlib1g-dev binutils file
 # libFuzzer with the address and undefined-behaviour sanitizers.
 FUZZ_PACKAGES = cmake clang-14 libclang-rt-14-dev zlib1g-dev
 
@@ -56,23 +59,31 @@ test: all
 	cd $(ASAN_BUILD) && ctest --output-on-failure -j $(JOBS)
 	$(MAKE) test-esxi
 
-# The host binary. The static link takes zlib from /usr/lib32/libz.a (see
-# the toolchain file); the result is checked before it is called done.
+# The host binaries. The static links take zlib from /usr/lib32/libz.a and
+# /usr/lib/x86_64-linux-gnu/libz.a (see the toolchain files); each result is
+# checked before it is called done.
 esxi: deps-esxi
 	cmake -S . -B $(ESXI_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/i386-static.cmake \
 	  -DCMAKE_BUILD_TYPE=Release -DQS_STATIC=ON -DQS_TESTS=OFF
 	cmake --build $(ESXI_BUILD) -j $(JOBS) --target quillscan
+	cmake -S . -B $(ESXI64_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/x86_64-static.cmake \
+	  -DCMAKE_BUILD_TYPE=Release -DQS_STATIC=ON -DQS_TESTS=OFF
+	cmake --build $(ESXI64_BUILD) -j $(JOBS) --target quillscan
 	mkdir -p $(DIST)
 	strip -o $(DIST)/quillscan $(ESXI_BUILD)/quillscan
-	@file $(DIST)/quillscan
+	strip -o $(DIST)/quillscan-x86_64 $(ESXI64_BUILD)/quillscan
+	@file $(DIST)/quillscan $(DIST)/quillscan-x86_64
 	@file $(DIST)/quillscan | grep -q 'ELF 32-bit LSB executable, Intel 80386,.* statically linked,.* stripped$$' \
 	  || { echo "$(DIST)/quillscan is not a static, stripped 32-bit x86 executable" >&2; exit 1; }
+	@file $(DIST)/quillscan-x86_64 | grep -q 'ELF 64-bit LSB executable, x86-64,.* statically linked,.* stripped$$' \
+	  || { echo "$(DIST)/quillscan-x86_64 is not a static, stripped x86-64 executable" >&2; exit 1; }
 
 # The whole end-to-end suite with the host binary as the agent; the native
 # build supplies the decoder and the reference for the comparison test.
 test-esxi: esxi all
 	cd tests/e2e && QS_AGENT=$(abspath $(DIST)/quillscan) \
-	  QS_AGENT_ESXI=$(abspath $(DIST)/quillscan) QS_AGENT_NATIVE=$(abspath $(BUILD)/quillscan) \
+	  QS_AGENT_ESXI=$(abspath $(DIST)/quillscan) \
+	  QS_AGENT_ESXI64=$(abspath $(DIST)/quillscan-x86_64) QS_AGENT_NATIVE=$(abspath $(BUILD)/quillscan) \
 	  QS_DECODER=$(abspath $(BUILD)/quillscan-inv) QS_SOURCE_DIR=$(CURDIR) PYTHONPATH=$(CURDIR)/sim \
 	  python3 -m unittest discover -p 'test_*.py'
 
@@ -94,4 +105,4 @@ demo: all
 	sim/demo esxi67 $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) $(ESXI_BUILD) $(FUZZ_BUILD) $(DIST)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) $(ESXI_BUILD) $(ESXI64_BUILD) $(FUZZ_BUILD) $(DIST)

@@ -157,7 +157,12 @@ void record_processors(const std::string& dump, const CpuCounts& counts, ztag* t
     records.push_back(parse_cpu_record(block));
     cursor = end;
   }
+  write_processor_records(dump, records, counts, top, dictionary);
+}
 
+void write_processor_records(const std::string& dump, const std::vector<CpuRecord>& records,
+                             const CpuCounts& counts, ztag* top,
+                             const PortsDictionary& dictionary) {
   long long per_package_cores = counts.cores / counts.packages;
   if (per_package_cores == 0) per_package_cores = 1;
   const long long per_package_threads = counts.threads / counts.packages;

@@ -47,4 +47,10 @@ CpuRecord parse_cpu_record(const std::string& block);
 void record_processors(const std::string& dump, const CpuCounts& counts, ztag* top,
                        const PortsDictionary& dictionary);
 
+// Writes Processors/Processor:N for each record (N from 1) with the counts
+// per package and the caches the records refer to (packages must be above
+// 0).
+void write_processor_records(const std::string& dump, const std::vector<CpuRecord>& records,
+                             const CpuCounts& counts, ztag* top, const PortsDictionary& dictionary);
+
 #endif  // QUILLSCAN_COLLECTORS_HARDWARE_PROCESSORS_H_

@@ -91,10 +91,11 @@ void parse_vmware_version(const std::string& vmware_v, int* major, int* minor) {
                                                          : second_dot - first_dot - 1));
 }
 
-void parse_os(const std::string& vmware_v, const std::string& esxcli_version, OsInfo& info) {
+void parse_os(const std::string& vmware_v, const std::string& esxcli_version, OsInfo& info,
+              const ReadingSwitches& reading) {
   info = OsInfo();
   parse_vmware_version(vmware_v, &info.esx_major, &info.esx_minor);
-  if (info.esx_major == 5 || info.esx_major == 6) {
+  if (esxcli_release(info.esx_major, reading)) {
     parse_esxcli_version(esxcli_version, info);
   } else if (info.esx_major == 4) {
     // ESX 4 has no esxcli version query: the name is the "vmware -v" text

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "host/reading.h"
+
 class ztag;
 
 struct OsInfo {
@@ -21,8 +23,10 @@ struct OsInfo {
 void parse_vmware_version(const std::string& vmware_v, int* major, int* minor);
 
 // Everything the OS collector learns from the "vmware -v" text and, for
-// majors 5 and 6, the "esxcli system version get" text (ignored otherwise).
-void parse_os(const std::string& vmware_v, const std::string& esxcli_version, OsInfo& info);
+// majors 5 and 6 (and 7 on with the current_releases switch), the "esxcli
+// system version get" text (ignored otherwise).
+void parse_os(const std::string& vmware_v, const std::string& esxcli_version, OsInfo& info,
+              const ReadingSwitches& reading = ReadingSwitches());
 
 // Writes "OS" / "os:1" and its attributes below `top`. `architecture` is
 // null when the host has no "uname".

@@ -1,0 +1,8 @@
+// The option that selects the reading of current releases.
+#include "host/reading.h"
+
+#include <cstring>
+
+bool is_current_option(const char* arg) {
+  return std::strcmp(arg, "/current") == 0 || std::strcmp(arg, "-current") == 0;
+}
