@@ -1,10 +1,11 @@
-"""End to end: the binary for ESX/ESXi hosts (make esxi) is a static,
-stripped 32-bit x86 executable, and on the same simulated host it writes the
-same documents as the native build, apart from the time-dependent
-attributes.
+"""End to end: the binaries for ESX/ESXi hosts (make esxi) are static,
+stripped executables, 32-bit x86 and x86-64, and on the same simulated host
+each writes the same documents as the native build, apart from the
+time-dependent attributes.
 
-The two binaries come from the environment (make test-esxi sets both):
+The binaries come from the environment (make test-esxi sets them):
   QS_AGENT_ESXI    dist/quillscan
+  QS_AGENT_ESXI64  dist/quillscan-x86_64
   QS_AGENT_NATIVE  the native build's quillscan
 Without them (a plain ctest run of the native build) the tests are skipped.
 """
@@ -15,9 +16,12 @@ import unittest
 import simlib
 
 ESXI = os.environ.get("QS_AGENT_ESXI")
+ESXI64 = os.environ.get("QS_AGENT_ESXI64")
 NATIVE = os.environ.get("QS_AGENT_NATIVE")
-NEEDS_BOTH = unittest.skipUnless(ESXI and NATIVE,
-                                 "QS_AGENT_ESXI and QS_AGENT_NATIVE not set (make test-esxi)")
+NEEDS_ALL = unittest.skipUnless(
+    ESXI and ESXI64 and NATIVE,
+    "QS_AGENT_ESXI, QS_AGENT_ESXI64 and QS_AGENT_NATIVE not set (make test-esxi)")
+HOSTS = ("esxi67", "esx41", "bare", "esxi55-dhcp", "hostile", "esxi90")
 
 PT_INTERP = 3
 PT_DYNAMIC = 2
@@ -32,10 +36,13 @@ def elf_facts(path):
     if data[:4] != b"\x7fELF":
         raise AssertionError("%s is not an ELF file" % path)
     elf_class, endian = data[4], data[5]
-    if elf_class != 1 or endian != 1:
+    if elf_class not in (1, 2) or endian != 1:
         return {"class": elf_class, "endian": endian}
+    # The 32-bit and 64-bit headers differ only in the width of the three
+    # addresses and offsets.
+    word = "I" if elf_class == 1 else "Q"
     (e_type, e_machine, _, _, e_phoff, e_shoff, _, _, e_phentsize, e_phnum, e_shentsize,
-     e_shnum, _) = struct.unpack_from("<HHIIIIIHHHHHH", data, 16)
+     e_shnum, _) = struct.unpack_from("<HHI%s%s%sIHHHHHH" % (word, word, word), data, 16)
     segments = [struct.unpack_from("<I", data, e_phoff + i * e_phentsize)[0]
                 for i in range(e_phnum)]
     sections = [struct.unpack_from("<II", data, e_shoff + i * e_shentsize)[1]
@@ -50,11 +57,16 @@ def elf_facts(path):
     }
 
 
-@NEEDS_BOTH
+@NEEDS_ALL
 class HostBinaryTest(unittest.TestCase):
     def test_static_stripped_i386_executable(self):
         facts = elf_facts(ESXI)
         self.assertEqual(facts, {"class": 1, "endian": 1, "type": 2, "machine": 3,
+                                 "dynamic": False, "symtab": False})
+
+    def test_static_stripped_x86_64_executable(self):
+        facts = elf_facts(ESXI64)
+        self.assertEqual(facts, {"class": 2, "endian": 1, "type": 2, "machine": 62,
                                  "dynamic": False, "symtab": False})
 
 
@@ -77,23 +89,25 @@ def scan_with(binary, host, args):
     return result, records
 
 
-@NEEDS_BOTH
+@NEEDS_ALL
 class SameDocumentsTest(unittest.TestCase):
     maxDiff = None
 
     def compare(self, host, args):
         native, native_records = scan_with(NATIVE, host, args)
-        esxi, esxi_records = scan_with(ESXI, host, args)
-        self.assertEqual(esxi.returncode, native.returncode)
-        self.assertEqual(esxi.files, native.files)
-        self.assertEqual(esxi.stdout, native.stdout)
-        self.assertEqual([kind for kind, _ in esxi_records], [kind for kind, _ in native_records])
-        for (kind, theirs), (_, ours) in zip(esxi_records, native_records):
-            self.assertEqual(theirs, ours, "%s record of %s differs" % (kind, host))
+        for binary in (ESXI, ESXI64):
+            esxi, esxi_records = scan_with(binary, host, args)
+            self.assertEqual(esxi.returncode, native.returncode, binary)
+            self.assertEqual(esxi.files, native.files, binary)
+            self.assertEqual(esxi.stdout, native.stdout, binary)
+            self.assertEqual([kind for kind, _ in esxi_records],
+                             [kind for kind, _ in native_records], binary)
+            for (kind, theirs), (_, ours) in zip(esxi_records, native_records):
+                self.assertEqual(theirs, ours, "%s record of %s by %s differs" % (kind, host, binary))
         return native_records
 
     def test_silent_scans(self):
-        for host in ("esxi67", "esx41", "bare", "esxi55-dhcp", "hostile"):
+        for host in HOSTS:
             with self.subTest(host=host):
                 records = self.compare(host, ["/silent"])
                 # Something to compare: the snapshot holds more than its top line.
