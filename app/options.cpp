@@ -3,6 +3,8 @@
 
 #include <cstring>
 
+#include "host/reading.h"
+
 namespace {
 
 bool is_one_of(const char* arg, const char* slash_form, const char* dash_form) {
@@ -39,6 +41,8 @@ Options parse_options(int argc, const char* const* argv) {
     } else if (has_prefix(arg, "/login:") || has_prefix(arg, "-login:")) {
       // Everything after the first colon; the value may hold colons itself.
       options.login = std::strchr(arg, ':') + 1;
+    } else if (is_current_option(arg)) {
+      options.current = true;
     }
   }
   return options;

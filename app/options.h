@@ -15,6 +15,9 @@ struct Options {
   bool has_ip = false;  // an /ip: option was given (its value may be empty)
   std::string ip;
   std::string login;
+  // /current: read the host as current releases print (every reading
+  // switch on). Not listed in the help, whose text is fixed.
+  bool current = false;
 };
 
 // Applies the arguments argv[1..argc-1] in order. Unknown arguments are

@@ -8,6 +8,7 @@
 
 #include "collectors/hardware/ports_dictionary.h"
 #include "host/pkg_detector.h"
+#include "host/reading.h"
 #include "zxml/zXML.h"
 
 struct ifreq;
@@ -73,6 +74,8 @@ class CScaner {
   bool flag2 = true;
   bool doc_flag = true;
   bool xen_guest = false;
+  // How the collectors read the host; all off unless /current is given.
+  ReadingSwitches reading;
 };
 
 // Runs one scan (normal or debug) from start to end.

@@ -57,6 +57,12 @@ inline ReadingSwitches current_reading() {
 // ("/current" or "-current", matched exactly).
 bool is_current_option(const char* arg);
 
+// For every program that takes the option (the agent, and the builder that
+// makes an inventory file from a capture): when `arg` is the option, turns
+// every switch of *reading on and returns true; otherwise leaves it as it
+// is and returns false.
+bool apply_reading_option(const char* arg, ReadingSwitches* reading);
+
 // Whether a release of this major number is read with esxcli's version
 // query, VIB list and NIC list (5 and 6; from 7 on too with the switch).
 inline bool esxcli_release(int esx_major, const ReadingSwitches& s) {

@@ -7,6 +7,7 @@
 #include "app/scanner.h"
 #include "collectors/collectors.h"
 #include "host/command.h"
+#include "summary/asset_current.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
@@ -139,6 +140,7 @@ void stage_monitor(AssetBuild& b) {
 // 14: the system disk's usage.
 void stage_storage(AssetBuild& b) {
   asset_storage(b.asset, snapshot_top(b));
+  if (b.scanner->reading.summary_fs_usage) asset_filesystem_usage(b.asset, snapshot_top(b));
   mark(b, "14.\n");
 }
 

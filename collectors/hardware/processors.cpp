@@ -12,6 +12,7 @@
 #include "app/scanner.h"
 #include "collectors/collectors.h"
 #include "collectors/hardware/ports_dictionary.h"
+#include "collectors/hardware/processors_current.h"
 #include "collectors/hardware/smbios.h"
 #include "host/command.h"
 #include "zxml/tag.h"
@@ -194,5 +195,9 @@ void collect_processors(CScaner* scanner, zXML* doc) {
   // divide by; the collector then writes nothing.
   if (!parse_cpu_counts(run_command("vim-cmd hostsvc/hosthardware"), &counts)) return;
   if (counts.packages <= 0) return;
+  if (scanner->reading.skip_malformed) {
+    record_processors_safe(run_command("smbiosDump"), counts, doc->top(), *scanner->dictionary);
+    return;
+  }
   record_processors(run_command("smbiosDump"), counts, doc->top(), *scanner->dictionary);
 }

@@ -2,6 +2,7 @@
 // enabled, from `esxcli network firewall ruleset list`.
 #include "app/scanner.h"
 #include "collectors/network/network.h"
+#include "collectors/network/network_current.h"
 #include "host/command.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
@@ -39,5 +40,12 @@ void record_firewall(const std::string& output, ztag* top) {
 }
 
 void CScaner::scan_firewall(zXML* doc) {
-  record_firewall(run_command("esxcli network firewall ruleset list"), doc->top());
+  const std::string output = run_command("esxcli network firewall ruleset list");
+  if (reading.skip_malformed) {
+    std::vector<int> skipped;
+    const std::vector<FirewallRule> rules = parse_firewall_rules(output, &skipped);
+    record_firewall_rules(rules, skipped, doc->top());
+    return;
+  }
+  record_firewall(output, doc->top());
 }

@@ -17,6 +17,7 @@
 #include <cstring>
 
 #include "app/scanner.h"
+#include "collectors/network/network_current.h"
 #include "host/command.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
@@ -309,7 +310,11 @@ void CScaner::scan_network(zXML* doc, int esx_major, int reserved) {
   // text and no server is recorded. Only an adapter-less pass searches
   // from the top. Kept as the agent has always behaved.
   const std::string resolv = read_file("/etc/resolv.conf");
-  record_dns_servers(resolv, count > 0 ? npos : 0, doc->top());
+  if (reading.dns_always) {
+    record_nameservers(parse_nameservers(resolv), doc->top());
+  } else {
+    record_dns_servers(resolv, count > 0 ? npos : 0, doc->top());
+  }
 }
 
 void CScaner::scan_adapter(int sock, struct ifreq request, const char* name, zXML* doc, int index,
@@ -334,12 +339,14 @@ void CScaner::scan_adapter(int sock, struct ifreq request, const char* name, zXM
   *mac_slot = adapter.mac;
 
   std::string listing;
-  if (esx_major == 5 || esx_major == 6) {
+  if (esxcli_release(esx_major, reading)) {
     listing = run_command("esxcli network nic list");
   } else if (esx_major == 4) {
     listing = run_command("esxcfg-nics -l");
   }
-  adapter.description = nic_description(listing, esx_major, mac_colon(mac));
+  adapter.description = reading.nic_columns_by_header
+                            ? nic_description_by_header(listing, mac_colon(mac))
+                            : nic_description(listing, esx_major, mac_colon(mac));
 
   if (adapter.name == kLoopbackName) {
     adapter.type = kLoopbackText;

@@ -11,7 +11,9 @@
 #include <cstdlib>
 
 #include "app/scanner.h"
+#include "collectors/storage/storage_current.h"
 #include "host/command.h"
+#include "host/input_warning.h"
 #include "zxml/tag.h"
 
 // ------------------------------------------------------------- helpers
@@ -171,7 +173,14 @@ void CScaner::scan_storage(zXML* doc, double& physical_gb, double& fs_size_gb, d
   const std::string extents = run_command("esxcli storage vmfs extent list");
   for (const std::string& line : storage::table_lines(extents)) {
     if (line.empty()) continue;
-    const storage::ExtentColumns col = storage::extent_columns(line);
+    storage::ExtentColumns col;
+    if (!reading.skip_malformed) {
+      col = storage::extent_columns(line);
+    } else if (!storage::extent_columns_safe(line, &col)) {
+      add_input_warning(top->child("Storage"), "esxcli storage vmfs extent list",
+                        "extent line shorter than its columns");
+      continue;
+    }
     std::string size_text, model, revision;
     if (!col.device.empty()) {
       const std::string device_arg = shell_quote(col.device);

@@ -67,25 +67,6 @@ DiskFlags disk_flags(const std::string& create_type, bool thin) {
   return flags;
 }
 
-std::vector<std::string> extent_file_names(const std::string& descriptor) {
-  std::vector<std::string> names;
-  const size_t section = descriptor.find("# Extent description");
-  if (section == npos) return names;
-  size_t nl = descriptor.find('\n', section);
-  while (nl != npos) {
-    const size_t next = descriptor.find('\n', nl + 1);
-    if (next == npos) break;
-    const std::string line = descriptor.substr(nl + 1, next - nl - 1);
-    if (line.empty() || line[0] == '#') break;
-    nl = next;
-    if (line.find(".vmdk") == npos) continue;
-    const std::vector<std::string> fields = split_fields(line, ' ');
-    if (fields.empty() || (fields[0] != "RW" && fields[0] != "RDONLY")) continue;
-    names.push_back(text_between(line, "\"", "\""));
-  }
-  return names;
-}
-
 uint64_t allocated_bytes(const std::string& path) {
   struct stat st;
   if (stat(path.c_str(), &st) != 0 || S_ISDIR(st.st_mode) || st.st_blocks < 0) return 0;

@@ -47,10 +47,6 @@ bool is_thin_descriptor(const std::string& descriptor);
 // createType gives the flag at all).
 DiskFlags disk_flags(const std::string& create_type, bool thin);
 
-// The extent file names of a descriptor's extent lines ("RW"/"RDONLY" lines
-// naming a .vmdk), in order.
-std::vector<std::string> extent_file_names(const std::string& descriptor);
-
 // Space a file takes on its file system: its allocated blocks times 512.
 // 0 when it cannot be examined or is a directory.
 uint64_t allocated_bytes(const std::string& path);

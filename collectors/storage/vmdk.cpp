@@ -10,6 +10,7 @@
 
 #include "app/scanner.h"
 #include "collectors/storage/storage.h"
+#include "collectors/storage/storage_current.h"
 #include "host/command.h"
 #include "zxml/tag.h"
 
@@ -96,14 +97,15 @@ void CScaner::scan_vm_disks(ztag* devices, const std::string& vmx, const char* p
                             const std::string& vmx_dir, uint64_t datastore_free,
                             int& disk_counter) {
   const std::string interface_name = storage::upper_text(prefix);
+  const storage::VmxKeys keys(vmx, reading.vmx_keys_any_case);
   // Only controllers marked present count, IDE ones included.
   for (int k = 0; k < 15; ++k) {
-    if (storage::controller_present(vmx, prefix, k) != "TRUE") continue;
-    if (!storage::mentions_controller(vmx, prefix, k)) continue;
+    if (keys.value(format_string("%s%d.present", prefix, k)) != "TRUE") continue;
+    if (!keys.mentions_controller(prefix, k)) continue;
     for (int unit = 0; unit < 15; ++unit) {
       const std::string device = format_string("%s%d:%d", prefix, k, unit);
-      const std::string file = storage::device_value(vmx, device, ".fileName = \"");
-      if (storage::device_value(vmx, device, ".present = \"") != "TRUE") continue;
+      const std::string file = keys.value(device + ".fileName");
+      if (keys.value(device + ".present") != "TRUE") continue;
       const size_t dot = file.rfind('.');
       if (dot == std::string::npos || file.compare(dot, std::string::npos, ".vmdk") != 0) continue;
       // The name is always taken relative to the machine's directory; an
@@ -152,7 +154,8 @@ void CScaner::read_vmdk(const std::string& path, ztag* disk, bool top_level, int
   }
   storage::set_byte_size_attr(disk, "max-size", extent_bytes(descriptor, dir, true));
   const storage::DiskFlags flags =
-      storage::create_type_flags(text_between(descriptor, "createType=\"", "\""));
+      storage::disk_flags(text_between(descriptor, "createType=\"", "\""),
+                          reading.thin_disks && storage::is_thin_descriptor(descriptor));
   if (flags.preallocated >= 0) disk->set_attr("preallocated", zvalue(flags.preallocated));
   if (flags.single_file >= 0) disk->set_attr("single-file", zvalue(flags.single_file));
 }
@@ -177,7 +180,9 @@ uint64_t CScaner::extent_bytes(const std::string& descriptor, const std::string&
       const int64_t sectors = fields.size() > 1 ? storage::read_decimal(fields[1]) : 0;
       total += static_cast<uint64_t>(sectors) * 512u;
     } else {
-      total += file_size(dir + text_between(line, "\"", "\""));
+      // The space the file takes on the datastore, or its apparent size.
+      const std::string path = dir + text_between(line, "\"", "\"");
+      total += reading.allocated_disk_size ? storage::allocated_bytes(path) : file_size(path);
     }
   }
   return total;

@@ -11,7 +11,9 @@
 
 #include "app/scanner.h"
 #include "collectors/storage/storage.h"
+#include "collectors/storage/storage_current.h"
 #include "host/command.h"
+#include "host/input_warning.h"
 #include "zxml/tag.h"
 
 namespace storage {
@@ -169,6 +171,12 @@ void CScaner::record_vms(const std::string& listing, zXML* doc) {
   for (size_t next = listing.find('\n', nl + 1); next != std::string::npos;
        nl = next, next = listing.find('\n', nl + 1)) {
     const std::string line = listing.substr(nl + 1, next - nl - 1);
+    if (reading.skip_malformed && line.find(' ') != std::string::npos &&
+        storage::read_decimal(line.substr(0, line.find(' '))) != 0 &&
+        !storage::vm_line_has_path(line)) {
+      add_input_warning(vms, "vim-cmd vmsvc/getallvms", "machine line without its path");
+      continue;
+    }
     const storage::VmListing entry = storage::parse_vm_line(line);
     if (entry.kind == storage::VmListing::kEnd) break;
     if (entry.kind == storage::VmListing::kContinuation) continue;
@@ -215,9 +223,10 @@ void CScaner::process_vm(const std::string& vmx_path, ztag* machine, uint64_t da
   const std::string vmx = read_file(vmx_path);
   if (vmx.empty()) return;
 
-  machine->set_value(zvalue(storage::vmx_value(vmx, "displayName")));
-  machine->set_attr("vm-version", zvalue(storage::vmx_value(vmx, "virtualHW.version")));
-  const std::string guest = storage::vmx_value(vmx, "guestOS");
+  const storage::VmxKeys keys(vmx, reading.vmx_keys_any_case);
+  machine->set_value(zvalue(keys.value("displayName")));
+  machine->set_attr("vm-version", zvalue(keys.value("virtualHW.version")));
+  const std::string guest = keys.value("guestOS");
   print_message("GuestOS = %s\n", guest.c_str());
   machine->set_attr("vm-guest-os-type", zvalue(guest));
   const std::string family = dictionary->guest_family(guest);
@@ -231,21 +240,27 @@ void CScaner::process_vm(const std::string& vmx_path, ztag* machine, uint64_t da
   storage::set_byte_size_attr(machine, "vm-current-stor-size", disk_files);
   storage::set_byte_size_attr(machine, "vm-current-size", all_files);
 
-  const std::string notes = storage::notes_text(storage::vmx_value(vmx, "annotation"));
+  const std::string notes = storage::notes_text(keys.value("annotation"));
   if (!notes.empty()) machine->set_attr("vm-notes", zvalue(notes));
 
   ztag* devices = machine->child("Devices");
-  devices->set_attr("vm-memory-size", zvalue(storage::vmx_value(vmx, "memsize")));
-  const std::string vcpus = storage::vmx_value(vmx, "numvcpus");
-  const std::string per_socket = storage::vmx_value(vmx, "cpuid.coresPerSocket");
+  devices->set_attr("vm-memory-size", zvalue(keys.value("memsize")));
+  const std::string vcpus = keys.value("numvcpus");
+  const std::string per_socket = keys.value("cpuid.coresPerSocket");
   const int64_t total_cores = vcpus.empty() ? 1 : storage::read_decimal(vcpus);
-  const int64_t cores_per_cpu = per_socket.empty() ? 1 : storage::read_decimal(per_socket);
+  bool corrected = false;
+  const int64_t cores_per_cpu = !reading.skip_malformed
+                                    ? (per_socket.empty() ? 1 : storage::read_decimal(per_socket))
+                                    : storage::cores_per_socket(per_socket, &corrected);
   devices->set_attr("vm-processors", zvalue(""), "complex", "");
   ztag* processors = devices->child("vm-processors");
   processors->add_meta("field-source", "");
   processors->set_attr("total-cores", zvalue(total_cores));
   processors->set_attr("cpu-count", zvalue(storage::cpu_count(total_cores, cores_per_cpu)));
   processors->set_attr("cores-per-cpu", zvalue(cores_per_cpu));
+  if (corrected) {
+    add_input_warning(processors, vmx_path, "cpuid.coresPerSocket below 1: one core per socket");
+  }
 
   // Disks and CD-ROM drives, SCSI controllers before IDE ones; the disk and
   // the drive numbers each run on across both kinds.
@@ -255,6 +270,10 @@ void CScaner::process_vm(const std::string& vmx_path, ztag* machine, uint64_t da
   scan_vm_disks(devices, vmx, "scsi", vmx_dir, datastore_free, disks);
   print_message("~3.\n");
   scan_vm_disks(devices, vmx, "ide", vmx_dir, datastore_free, disks);
+  if (reading.sata_nvme_disks) {
+    scan_vm_disks(devices, vmx, "sata", vmx_dir, datastore_free, disks);
+    scan_vm_disks(devices, vmx, "nvme", vmx_dir, datastore_free, disks);
+  }
   print_message("~4.\n");
   int cdroms = 0;
   scan_vm_cdroms(devices, vmx, "scsi", cdroms);
@@ -266,22 +285,20 @@ void CScaner::process_vm(const std::string& vmx_path, ztag* machine, uint64_t da
   int adapters = 0;
   for (int slot = 0; slot < 15; ++slot) {
     const std::string adapter = format_string("ethernet%d", slot);
-    if (storage::device_value(vmx, adapter, ".present = \"") != "TRUE") continue;
+    if (keys.value(adapter + ".present") != "TRUE") continue;
     ztag* net = devices->child(format_string("net:%d", ++adapters));
-    std::string conn = storage::device_value(vmx, adapter, ".connectionType = \"");
+    std::string conn = keys.value(adapter + ".connectionType");
     if (conn.empty()) conn = "bridged";
     net->set_attr("conn-type", zvalue(conn));
-    net->set_attr("addr-type", zvalue(storage::device_value(vmx, adapter, ".addressType = \"")));
-    std::string mac = storage::device_value(vmx, adapter, ".generatedAddress = \"");
-    if (mac.empty()) mac = storage::device_value(vmx, adapter, ".address = \"");
+    net->set_attr("addr-type", zvalue(keys.value(adapter + ".addressType")));
+    std::string mac = keys.value(adapter + ".generatedAddress");
+    if (mac.empty()) mac = keys.value(adapter + ".address");
     net->set_attr("mac-address", zvalue(storage::mac_text(mac)));
     if (conn == "bridged") {
-      const bool lsp =
-          storage::device_value(vmx, adapter, ".linkStatePropagation.enable = \"") == "TRUE";
+      const bool lsp = keys.value(adapter + ".linkStatePropagation.enable") == "TRUE";
       net->set_attr("link-state-propagation", zvalue(lsp ? 1 : 0));
     }
-    if (conn == "custom")
-      net->set_attr("vnet", zvalue(storage::device_value(vmx, adapter, ".vnet = \"")));
+    if (conn == "custom") net->set_attr("vnet", zvalue(keys.value(adapter + ".vnet")));
   }
 }
 
@@ -289,16 +306,16 @@ void CScaner::scan_vm_cdroms(ztag* devices, const std::string& vmx, const char* 
                              int& cd_counter) {
   // IDE controllers are walked even without a presence key.
   const bool ide = std::string(prefix) == "ide";
+  const storage::VmxKeys keys(vmx, reading.vmx_keys_any_case);
   for (int k = 0; k < 15; ++k) {
-    if (!ide && storage::controller_present(vmx, prefix, k) != "TRUE") continue;
-    if (!storage::mentions_controller(vmx, prefix, k)) continue;
+    if (!ide && keys.value(format_string("%s%d.present", prefix, k)) != "TRUE") continue;
+    if (!keys.mentions_controller(prefix, k)) continue;
     for (int unit = 0; unit < 15; ++unit) {
       const std::string device = format_string("%s%d:%d", prefix, k, unit);
-      const std::string file = storage::device_value(vmx, device, ".fileName = \"");
-      if (storage::device_value(vmx, device, ".present = \"") != "TRUE") continue;
-      if (storage::device_value(vmx, device, ".deviceType = \"").find("cdrom") == std::string::npos)
-        continue;
-      const bool autodetect = storage::device_value(vmx, device, ".autodetect = \"") == "TRUE";
+      const std::string file = keys.value(device + ".fileName");
+      if (keys.value(device + ".present") != "TRUE") continue;
+      if (keys.value(device + ".deviceType").find("cdrom") == std::string::npos) continue;
+      const bool autodetect = keys.value(device + ".autodetect") == "TRUE";
       if (file.empty() && !autodetect) continue;
       ztag* cd = devices->child(format_string("cd:%d", ++cd_counter));
       cd->set_attr("interface", zvalue(storage::upper_text(prefix)));

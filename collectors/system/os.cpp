@@ -158,9 +158,11 @@ std::string collect_os(CScaner* scanner, zXML* doc, int* out_esx_major, int* out
   int minor = -1;
   parse_vmware_version(vmware_v, &major, &minor);
   std::string esxcli_version;
-  if (major == 5 || major == 6) esxcli_version = run_command("esxcli system version get");
+  if (esxcli_release(major, scanner->reading)) {
+    esxcli_version = run_command("esxcli system version get");
+  }
   OsInfo info;
-  parse_os(vmware_v, esxcli_version, info);
+  parse_os(vmware_v, esxcli_version, info, scanner->reading);
   *out_esx_major = info.esx_major;
   *out_esx_minor = info.esx_minor;
 

@@ -6,6 +6,7 @@
 
 #include "app/scanner.h"
 #include "collectors/collectors.h"
+#include "collectors/system/software_current.h"
 #include "host/command.h"
 #include "zxml/INVfile.h"
 #include "zxml/tag.h"
@@ -133,9 +134,14 @@ void sort_software(ztag* top) {
   software->sort_children(by_package_name);
 }
 
-void collect_software(CScaner*, zXML* doc, int esx_major) {
+void collect_software(CScaner* scanner, zXML* doc, int esx_major) {
   ztag* top = doc->top();
-  if (esx_major == 5 || esx_major == 6) {
+  if (scanner->reading.current_releases && esxcli_release(esx_major, scanner->reading)) {
+    std::vector<int> skipped;
+    const std::vector<VibRecord> packages =
+        parse_vib_table(run_command("esxcli software vib list"), &skipped);
+    record_vib_table(top, packages, scanner->reading.skip_malformed ? skipped : std::vector<int>());
+  } else if (esx_major == 5 || esx_major == 6) {
     record_vib_list(top, run_command("esxcli software vib list"));
   } else if (esx_major == 4) {
     record_ipkg(top, run_command("ipkg list"),

@@ -113,6 +113,11 @@ class SameDocumentsTest(unittest.TestCase):
                 # Something to compare: the snapshot holds more than its top line.
                 self.assertGreater(len(records[0][1]), 20)
 
+    def test_current_reading(self):
+        for host in ("esxi90", "esxi67"):
+            with self.subTest(host=host):
+                self.compare(host, ["/silent", "/current"])
+
     def test_debug_run(self):
         records = self.compare("esxi67", ["/silent", "/debug"])
         self.assertEqual([kind for kind, _ in records], ["assetinfo", "raw"])

@@ -1,0 +1,201 @@
+"""End to end: the reading of current releases (/current) on the ESXi 9.0
+host esxi90, against the default reading of the same host.
+
+The whole documents of both scans are pinned in expected/esxi90 and
+expected/esxi90-current (time values masked); the values that differ are
+also derived here from the host folder: the release from its version
+query, every package of its VIB list, each adapter's description from its
+NIC listing, the DNS servers from its resolv.conf, the memory sizes from
+the .vmx files, the disks from the descriptors and the sparse extents
+setup-storage.sh writes, and the summary's usage from its file systems."""
+import os
+import re
+import unittest
+
+import simlib
+from simlib import MASK
+
+EXPECTED_DIR = os.path.join(os.path.dirname(os.path.abspath(__file__)), "expected")
+HOST = "esxi90"
+TIMES = simlib.TIME_ATTRIBUTES
+DATASTORE = "/vmfs/volumes/6939760a-1c2d3e4f-5a6b-005056b3b989"
+
+
+def expected(folder, name):
+    with open(os.path.join(EXPECTED_DIR, folder, name + ".txt"), encoding="utf-8") as f:
+        return f.read()[:-1].split("\n")
+
+
+def host_text(*parts):
+    return simlib.host_bytes(HOST, *parts).decode()
+
+
+def scan(args):
+    result = simlib.scan(HOST, ["/silent"] + args)
+    assert result.returncode == 0, result.stderr
+    assert len(result.files) == 1, result.files
+    path = result.path(result.files[0])
+    return (result, simlib.mask(simlib.decode_text(path, 0), TIMES),
+            simlib.mask(simlib.decode_text(path, 1), TIMES))
+
+
+def node_attrs(lines, element):
+    """Attributes of the first element line that starts with `element`."""
+    for i, line in enumerate(lines):
+        if line.startswith(element):
+            return dict(simlib.attributes(lines, i))
+    return None
+
+
+def first_devices(lines):
+    """The lines of the first machine's "Devices" up to its first adapter."""
+    start = lines.index("+Devices=", lines.index("+vm:1=photon9"))
+    end = next(i for i in range(start, len(lines)) if lines[i].startswith("*net:"))
+    return lines[start:end]
+
+
+def table_cells(text, *names):
+    """Cells of an esxcli table by the dash groups under its header."""
+    lines = text.split("\n")
+    header, dashes = lines[0], lines[1]
+    spans = [m.span() for m in re.finditer(r"-+", dashes)]
+    starts = [s for s, _ in spans]
+    cols = {header[s:(starts[i + 1] if i + 1 < len(starts) else None)].strip(): i
+            for i, s in enumerate(starts)}
+    rows = []
+    for line in lines[2:]:
+        if not line:
+            continue
+        cells = []
+        for n in names:
+            i = cols[n]
+            end = starts[i + 1] if i + 1 < len(starts) else None
+            cells.append(line[starts[i]:end].strip())
+        rows.append(cells)
+    return rows
+
+
+class CurrentReadingTest(unittest.TestCase):
+    maxDiff = None
+
+    @classmethod
+    def setUpClass(cls):
+        cls.default, cls.snap, cls.asset = scan([])
+        cls.current, cls.csnap, cls.casset = scan(["/current"])
+
+    def test_whole_documents(self):
+        self.assertEqual(self.snap[1:], expected("esxi90", "Snapshot"))
+        self.assertEqual(self.asset[1:], expected("esxi90", "AssetInfo"))
+        self.assertEqual(self.csnap[1:], expected("esxi90-current", "Snapshot"))
+        self.assertEqual(self.casset[1:], expected("esxi90-current", "AssetInfo"))
+
+    def test_release_name_and_build(self):
+        version = host_text("commands", "esxcli_system_version_get")
+        build = re.search(r"Build: (.*)", version).group(1)
+        self.assertEqual(node_attrs(self.csnap, "*os:1="),
+                         {"name": "VMware ESXi 9.0.0", "descr": build, "architecture": "64-bit",
+                          "uptime": MASK})
+        self.assertEqual(node_attrs(self.snap, "*os:1="),
+                         {"name": "", "architecture": "64-bit", "uptime": MASK})
+        self.assertEqual(dict(simlib.attributes(self.casset, 1))["os-name"], "VMware ESXi 9.0.0")
+
+    def test_every_package(self):
+        listed = table_cells(host_text("commands", "esxcli_software_vib_list"), "Name", "Version",
+                             "Vendor", "Install Date")
+        software = simlib.branch(self.csnap, "Software")
+        written = []
+        for i, line in enumerate(software):
+            if line.startswith("*Soft:"):
+                a = dict(simlib.attributes(software, i))
+                date = a["inst-date"]
+                written.append([line.split("=", 1)[1], a["version"], a["publisher"],
+                                "%s-%s-%s" % (date[:4], date[4:6], date[6:8])])
+        self.assertEqual(len(listed), 112)
+        self.assertEqual(written, sorted(listed))
+        self.assertIsNone(simlib.branch(self.snap, "Software"))
+
+    def test_adapter_descriptions_and_dns(self):
+        nics = {mac: text for mac, text in
+                table_cells(host_text("commands", "esxcli_network_nic_list"), "MAC Address",
+                            "Description")}
+        checked = 0
+        for i, line in enumerate(self.csnap):
+            if line.startswith("*net-adapter:"):
+                a = dict(simlib.attributes(self.csnap, i))
+                if a["bsd-device-name"] == "lo0":
+                    continue
+                mac = a["mac-address"].replace("-", ":").lower()
+                self.assertEqual(a["adapter-name"], nics[mac])
+                self.assertEqual(line.split("=", 1)[1], nics[mac])
+                checked += 1
+        self.assertEqual(checked, 2)
+        servers = re.findall(r"^nameserver\s+(\S+)", host_text("files", "etc", "resolv.conf"),
+                             re.M)
+        self.assertEqual(node_attrs(self.csnap, "*dns-servers="),
+                         {"dns-server:%d" % (i + 1): s for i, s in enumerate(servers)})
+        self.assertIsNone(node_attrs(self.snap, "*dns-servers="))
+        names = [a["adapter-name"] for a in (dict(simlib.attributes(self.snap, i))
+                                             for i, l in enumerate(self.snap)
+                                             if l.startswith("*net-adapter:"))]
+        self.assertEqual(names, ["Local Loopback", "", ""])
+
+    def test_memory_disks_thin_flag_and_allocated_size(self):
+        vmx = host_text("files", DATASTORE[1:], "photon9", "photon9.vmx")
+        memory = re.search(r'^memSize = "(\d+)"', vmx, re.M).group(1)
+        devices = first_devices(self.csnap)
+        self.assertEqual(dict(simlib.attributes(devices, 0))["vm-memory-size"], memory)
+        # interface, file, allocated bytes (what setup-storage.sh writes),
+        # provisioned bytes (sectors of the descriptor), preallocated.
+        disks = [("SCSI", "photon9.vmdk", 64 << 20, 33554432 * 512, "0"),
+                 ("SATA", "photon9_1.vmdk", 8 << 20, 16384 * 512, "1"),
+                 ("NVME", "photon9_2.vmdk", 1 << 20, 8388608 * 512, "0")]
+        found = []
+        for i, line in enumerate(devices):
+            if line.startswith("*hdd:"):
+                a = dict(simlib.attributes(devices, i))
+                metas = [l for l in devices[i + 1:] if l.startswith("~base-value=")]
+                found.append((a["interface"], a["disk-file"], int(metas[1].split("=")[1]),
+                              int(metas[2].split("=")[1]), a["preallocated"]))
+        self.assertEqual(found, disks)
+        # The default reading: no memory size, only the SCSI disk, counted
+        # preallocated at its apparent size.
+        devices = first_devices(self.snap)
+        self.assertEqual(dict(simlib.attributes(devices, 0))["vm-memory-size"], "")
+        hdds = [i for i, l in enumerate(devices) if l.startswith("*hdd:")]
+        self.assertEqual(len(hdds), 1)
+        a = dict(simlib.attributes(devices, hdds[0]))
+        self.assertEqual((a["interface"], a["cur-size"], a["preallocated"]), ("SCSI", "16.00", "1"))
+
+    def test_usage_from_the_file_systems(self):
+        rows = table_cells(host_text("commands", "esxcli_storage_filesystem_list"), "Size", "Free")
+        size = sum(int(s) for s, _ in rows)
+        free = int(sum(int(f) for _, f in rows) * 100 / size)
+        asset = dict(simlib.attributes(self.casset, 1))
+        self.assertEqual((asset["used%"], asset["free%"]), (str(100 - free), str(free)))
+        asset = dict(simlib.attributes(self.asset, 1))
+        self.assertEqual((asset["used%"], asset["free%"]), ("0", "0"))
+
+    def test_console_and_commands(self):
+        self.assertEqual(self.current.stdout, self.default.stdout)
+        extra = ["esxcli system version get", "esxcli software vib list"]
+        calls = [c.replace("_", " ") for c in self.current.calls]
+        default_calls = [c.replace("_", " ") for c in self.default.calls]
+        for command in extra:
+            self.assertIn(command, calls)
+            self.assertNotIn(command, default_calls)
+        # Once per interface, the loopback included.
+        self.assertEqual(calls.count("esxcli network nic list"), 3)
+        self.assertNotIn("esxcli network nic list", default_calls)
+
+    def test_spellings(self):
+        _, dash, dash_asset = scan(["-current"])
+        self.assertEqual((dash, dash_asset), (self.csnap, self.casset))
+        _, upper, upper_asset = scan(["/CURRENT"])
+        self.assertEqual((upper, upper_asset), (self.snap, self.asset))
+        result = simlib.scan(HOST, ["/current", "-?"])
+        self.assertEqual((result.returncode, result.files), (0, []))
+        self.assertNotIn("current", result.stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()
