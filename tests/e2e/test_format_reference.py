@@ -32,10 +32,10 @@ NAMED = {"usr-acc": "NAME", "env-var": "NAME", "Soft": "NAME VERSION"}
 FIXED = {"os:1", "HDD:1"}
 
 # The scans whose paths the reference must cover together: a normal scan of
-# each simulated host, and a debug run.
+# each simulated host, a debug run, and the reading of current releases.
 SCANS = [("esxi67", ["/silent"]), ("esx41", ["/silent"]), ("bare", ["/silent"]),
-         ("esxi55-dhcp", ["/silent"]), ("hostile", ["/silent"]),
-         ("esxi67", ["/silent", "/debug"])]
+         ("esxi55-dhcp", ["/silent"]), ("hostile", ["/silent"]), ("esxi90", ["/silent"]),
+         ("esxi67", ["/silent", "/debug"]), ("esxi90", ["/silent", "/current"])]
 
 # Rows that no simulated host produces say so in their "Absent when" cell.
 UNSEEN_MARKERS = ("never written", "not in the simulated hosts")
