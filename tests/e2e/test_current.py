@@ -2,18 +2,16 @@
 host esxi90, against the default reading of the same host.
 
 The whole documents of both scans are pinned in expected/esxi90 and
-expected/esxi90-current (time values masked); the values that differ are
-also derived here from the host folder: the release from its version
-query, every package of its VIB list, each adapter's description from its
-NIC listing, the DNS servers from its resolv.conf, the memory sizes from
-the .vmx files, the disks from the descriptors and the sparse extents
-setup-storage.sh writes, and the summary's usage from its file systems."""
+expected/esxi90-current (time values masked). Where the two differ most,
+the values are also derived here from the host folder: every package of
+its VIB list, each adapter's description from its NIC listing, the memory
+size from the .vmx file, and the disks from the descriptors and the sparse
+extents setup-storage.sh writes."""
 import os
 import re
 import unittest
 
 import simlib
-from simlib import MASK
 
 EXPECTED_DIR = os.path.join(os.path.dirname(os.path.abspath(__file__)), "expected")
 HOST = "esxi90"
@@ -89,16 +87,6 @@ class CurrentReadingTest(unittest.TestCase):
         self.assertEqual(self.csnap[1:], expected("esxi90-current", "Snapshot"))
         self.assertEqual(self.casset[1:], expected("esxi90-current", "AssetInfo"))
 
-    def test_release_name_and_build(self):
-        version = host_text("commands", "esxcli_system_version_get")
-        build = re.search(r"Build: (.*)", version).group(1)
-        self.assertEqual(node_attrs(self.csnap, "*os:1="),
-                         {"name": "VMware ESXi 9.0.0", "descr": build, "architecture": "64-bit",
-                          "uptime": MASK})
-        self.assertEqual(node_attrs(self.snap, "*os:1="),
-                         {"name": "", "architecture": "64-bit", "uptime": MASK})
-        self.assertEqual(dict(simlib.attributes(self.casset, 1))["os-name"], "VMware ESXi 9.0.0")
-
     def test_every_package(self):
         listed = table_cells(host_text("commands", "esxcli_software_vib_list"), "Name", "Version",
                              "Vendor", "Install Date")
@@ -114,7 +102,7 @@ class CurrentReadingTest(unittest.TestCase):
         self.assertEqual(written, sorted(listed))
         self.assertIsNone(simlib.branch(self.snap, "Software"))
 
-    def test_adapter_descriptions_and_dns(self):
+    def test_adapter_descriptions(self):
         nics = {mac: text for mac, text in
                 table_cells(host_text("commands", "esxcli_network_nic_list"), "MAC Address",
                             "Description")}
@@ -129,11 +117,6 @@ class CurrentReadingTest(unittest.TestCase):
                 self.assertEqual(line.split("=", 1)[1], nics[mac])
                 checked += 1
         self.assertEqual(checked, 2)
-        servers = re.findall(r"^nameserver\s+(\S+)", host_text("files", "etc", "resolv.conf"),
-                             re.M)
-        self.assertEqual(node_attrs(self.csnap, "*dns-servers="),
-                         {"dns-server:%d" % (i + 1): s for i, s in enumerate(servers)})
-        self.assertIsNone(node_attrs(self.snap, "*dns-servers="))
         names = [a["adapter-name"] for a in (dict(simlib.attributes(self.snap, i))
                                              for i, l in enumerate(self.snap)
                                              if l.startswith("*net-adapter:"))]
@@ -165,15 +148,6 @@ class CurrentReadingTest(unittest.TestCase):
         self.assertEqual(len(hdds), 1)
         a = dict(simlib.attributes(devices, hdds[0]))
         self.assertEqual((a["interface"], a["cur-size"], a["preallocated"]), ("SCSI", "16.00", "1"))
-
-    def test_usage_from_the_file_systems(self):
-        rows = table_cells(host_text("commands", "esxcli_storage_filesystem_list"), "Size", "Free")
-        size = sum(int(s) for s, _ in rows)
-        free = int(sum(int(f) for _, f in rows) * 100 / size)
-        asset = dict(simlib.attributes(self.casset, 1))
-        self.assertEqual((asset["used%"], asset["free%"]), (str(100 - free), str(free)))
-        asset = dict(simlib.attributes(self.asset, 1))
-        self.assertEqual((asset["used%"], asset["free%"]), ("0", "0"))
 
     def test_console_and_commands(self):
         self.assertEqual(self.current.stdout, self.default.stdout)
