@@ -6,12 +6,17 @@ expected/esxi90-current (time values masked). Where the two differ most,
 the values are also derived here from the host folder: every package of
 its VIB list, each adapter's description from its NIC listing, the memory
 size from the .vmx file, and the disks from the descriptors and the sparse
-extents setup-storage.sh writes."""
+extents setup-storage.sh writes.
+
+The variants of the hostile host whose output ends a default scan (see
+test_hostile.py) are read to the end with /current, and the element of the
+collector that skipped the input says so."""
 import os
 import re
 import unittest
 
 import simlib
+from test_hostile import OUT_OF_RANGE, VANISHED, InjectionChecks, copy_host, probe_scan
 
 EXPECTED_DIR = os.path.join(os.path.dirname(os.path.abspath(__file__)), "expected")
 HOST = "esxi90"
@@ -169,6 +174,26 @@ class CurrentReadingTest(unittest.TestCase):
         result = simlib.scan(HOST, ["/current", "-?"])
         self.assertEqual((result.returncode, result.files), (0, []))
         self.assertNotIn("current", result.stdout)
+
+
+# Variant of the hostile host -> the branch that carries the warning.
+WARNED_BRANCH = {"processor records": "Processors", "extent columns": "Storage",
+                 "firewall line": "Security", "machine line": "VMs"}
+
+
+class MalformedInputTest(InjectionChecks):
+    def test_scans_that_end_by_default_complete(self):
+        for name, outputs, _ in OUT_OF_RANGE:
+            with self.subTest(name):
+                result, report = probe_scan(copy_host(outputs), ["/silent", "/current"])
+                self.assertEqual(report["status"], 0)
+                self.assertEqual(len(result.files), 1)
+                # The machines' files that vanish while they are read are
+                # reached unless the listing itself is the malformed input.
+                vanished = [] if name == "machine line" else VANISHED
+                self.check_clean(result, report, ["/sim/calls.log"] + vanished)
+                lines = simlib.decode_text(result.path(result.files[0]), 0)
+                self.assertIn("~type=malformed_input", simlib.branch(lines, WARNED_BRANCH[name]))
 
 
 if __name__ == "__main__":
