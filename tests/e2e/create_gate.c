@@ -4,7 +4,8 @@
  *
  * The first call in a process named QS_GATE_PROGRAM that creates a file
  * (open/openat with O_CREAT, fopen for writing) outside /dev is the gate.
- * There the process creates QS_GATE_DIR/ready.<pid> and waits (at most
+ * There the process copies its /proc/self/status (signal dispositions
+ * included) to QS_GATE_DIR/ready.<pid> and waits (at most
  * 60 s) until QS_GATE_DIR/go exists, then goes on. QS_GATE_WHEN=after
  * waits after the call has created the file instead of before it;
  * QS_GATE_WHEN=kill kills the process with SIGKILL right after the file
@@ -45,10 +46,21 @@ static void wait_at_gate(void) {
   struct timespec pause = {0, 10 * 1000 * 1000};
   int i;
   if (dir == NULL) return;
-  snprintf(path, sizeof path, "%s/ready.%ld", dir, (long)getpid());
-  /* Raw system calls: the interposed functions must not run again here. */
+  char ready[4096];
+  snprintf(ready, sizeof ready, "%s/ready.%ld", dir, (long)getpid());
+  snprintf(path, sizeof path, "%s/status.%ld", dir, (long)getpid());
+  /* Raw system calls: the interposed functions must not run again here.
+   * The file is complete before it appears under its "ready" name. */
   int fd = (int)syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  int status = (int)syscall(SYS_openat, AT_FDCWD, "/proc/self/status", O_RDONLY | O_CLOEXEC);
+  char buffer[8192];
+  ssize_t n;
+  while (fd >= 0 && status >= 0 && (n = read(status, buffer, sizeof buffer)) > 0) {
+    if (write(fd, buffer, (size_t)n) != n) break;
+  }
+  if (status >= 0) close(status);
   if (fd >= 0) close(fd);
+  rename(path, ready);
   snprintf(path, sizeof path, "%s/go", dir);
   for (i = 0; i < 6000; ++i) {
     struct stat st;

@@ -12,6 +12,7 @@ set (the host binary is static), else QS_AGENT.
 """
 import os
 import shutil
+import signal
 import subprocess
 import threading
 import time
@@ -93,6 +94,19 @@ class Scene:
                 return
             time.sleep(0.02)
         raise AssertionError("the agent never reached the gate")
+
+    def signal_masks(self):
+        """Whether SIGPIPE is ignored and whether it is caught, in the
+        agent waiting at the gate."""
+        ready = [n for n in os.listdir(self.gate) if n.startswith("ready.")][0]
+        masks = {}
+        with open(os.path.join(self.gate, ready)) as f:
+            for line in f:
+                key, _, value = line.partition(":")
+                if key in ("SigIgn", "SigCgt"):
+                    masks[key] = int(value, 16)
+        bit = 1 << (signal.SIGPIPE - 1)
+        return bool(masks["SigIgn"] & bit), bool(masks["SigCgt"] & bit)
 
     def release(self):
         open(os.path.join(self.gate, "go"), "w").close()
@@ -203,6 +217,9 @@ class OutputSafetyTest(unittest.TestCase):
         # (at least the result line, after the gate) meets a closed pipe.
         proc.stdout.close()
         scene.wait_ready(1, proc=proc)
+        # SIGPIPE is caught (by a handler that does nothing), not ignored:
+        # an ignored signal would stay ignored in every tool the agent runs.
+        self.assertEqual(scene.signal_masks(), (False, True))
         scene.release()
         self.assertEqual(proc.wait(timeout=300), 0)
         self.assertEqual(os.listdir(scene.scan), [NAME])
