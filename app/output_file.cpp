@@ -94,11 +94,6 @@ std::string first_free(const OutputDirectory& dir, const NameSequence& name_for)
   }
 }
 
-// Errors of link() that mean the file system has no hard links.
-bool no_hard_links(int error) {
-  return error == EPERM || error == EOPNOTSUPP || error == ENOTSUP || error == ENOSYS;
-}
-
 // Without hard links the file is created under its final name, still
 // exclusively and without following links, and written there; only a scan
 // killed during the write can then leave a partial file behind.
@@ -157,10 +152,12 @@ bool create_new_file(const OutputDirectory& dir, const NameSequence& name_for,
       unlinkat(dir.fd(), temp.c_str(), 0);
       return true;
     }
-    const int error = errno;
-    if (error == EEXIST && copy < INT_MAX) continue;
+    if (errno == EEXIST && copy < INT_MAX) continue;
+    // Any other refusal is taken as a file system without hard links (they
+    // answer EPERM, EOPNOTSUPP or ENOSYS, and host file systems are not all
+    // known); writing in place keeps every guarantee but the one about a
+    // scan killed half way, and a real fault fails there as well.
     unlinkat(dir.fd(), temp.c_str(), 0);
-    if (no_hard_links(error)) return create_in_place(dir, name_for, data, chosen);
-    return false;
+    return create_in_place(dir, name_for, data, chosen);
   }
 }

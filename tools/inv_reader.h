@@ -188,7 +188,8 @@ class InvReader {
   const Header& header() const { return header_; }
   uint64_t file_size() const { return size_; }
 
-  // The stored body of record i.
+  // The stored body of record i, whole (the header has placed it inside
+  // the file, so it is at most the file's size).
   bool body(size_t i, std::string* out, std::string* error);
   // The inflated content of record i: the document text (framing checked
   // and removed) or the raw text of a custom-data record.

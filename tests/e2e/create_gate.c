@@ -9,7 +9,8 @@
  * 60 s) until QS_GATE_DIR/go exists, then goes on. QS_GATE_WHEN=after
  * waits after the call has created the file instead of before it;
  * QS_GATE_WHEN=kill kills the process with SIGKILL right after the file
- * was created. Built by the test: cc -shared -fPIC -o gate.so create_gate.c -ldl
+ * was created. With QS_GATE_NO_LINKS=1, linkat() fails with EPERM as on a
+ * file system without hard links. Built by the test: cc -shared -fPIC -o gate.so create_gate.c -ldl
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -134,3 +135,14 @@ OPENAT_LIKE(openat)
 OPENAT_LIKE(openat64)
 FOPEN_LIKE(fopen)
 FOPEN_LIKE(fopen64)
+
+int linkat(int from_dir, const char* from, int to_dir, const char* to, int flags) {
+  static int (*real)(int, const char*, int, const char*, int);
+  const char* no_links = getenv("QS_GATE_NO_LINKS");
+  if (no_links != NULL && strcmp(no_links, "1") == 0) {
+    errno = EPERM;
+    return -1;
+  }
+  if (real == NULL) real = dlsym(RTLD_NEXT, "linkat");
+  return real(from_dir, from, to_dir, to, flags);
+}

@@ -201,6 +201,24 @@ class OutputSafetyTest(unittest.TestCase):
         self.assertTrue(out.endswith(">>>%s\n" % NAME), out)
         check_ok(self, os.path.join(scene.scan, NAME))
 
+    def test_file_system_without_hard_links(self):
+        # The file is then created under its final name, as exclusively.
+        scene = Scene()
+        os.symlink(scene.secret, os.path.join(scene.scan, NAME))
+        agent = native_agent()
+        script = ("cd %s && LD_PRELOAD=%s QS_GATE_NO_LINKS=1 "
+                  "ASAN_OPTIONS=${ASAN_OPTIONS:+$ASAN_OPTIONS:}verify_asan_link_order=0 exec %s "
+                  "/silent" % (scene.scan, self.gate_so, agent))
+        status, out, _, _ = simlib.run_in_host(
+            HOST, ["/bin/sh", "-c", script], workdir_path=scene.base,
+            binds=[os.path.dirname(agent), os.path.dirname(self.gate_so)])
+        self.assertEqual(status, 0)
+        self.assertTrue(out.endswith(">>>%s\n" % COPY1), out)
+        with open(scene.secret, "rb") as f:
+            self.assertEqual(f.read(), b"root only\n")
+        self.assertEqual(sorted(os.listdir(scene.scan)), sorted([NAME, COPY1]))
+        check_ok(self, os.path.join(scene.scan, COPY1))
+
     def test_output_closed_after_the_first_line(self):
         scene = Scene()
         agent = native_agent()
