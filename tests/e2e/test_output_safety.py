@@ -5,7 +5,8 @@ preloaded library (create_gate.c, built here) stops the agent at the moment
 it creates its output, so that what an attacker or a second scan could do in
 that moment happens every time: a symbolic link planted at the output name,
 the directory swapped for a link, a second agent writing the same name, the
-agent killed half way. A closed standard output is the last case.
+agent killed half way. The same library can refuse hard links, as a file
+system without them does. A closed standard output is the last case.
 
 The library needs a dynamically linked agent: QS_AGENT_NATIVE when it is
 set (the host binary is static), else QS_AGENT.
