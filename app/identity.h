@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "app/output_file.h"
 #include "app/scanner.h"
+#include "zxml/INVfile.h"
 
 // The short host name in the output of "uname -n": up to the first ".", or
 // when there is none, up to the first newline.
@@ -29,13 +31,11 @@ std::string choose_mac(const std::vector<AdapterAddress>& addresses, const std::
 // name are replaced, so the name never leads out of the directory.
 std::string inventory_file_name(const std::string& short_name, const std::string& mac, int copy);
 
-// True when `path` is taken: it can be opened for reading, or it is a
-// symbolic link (even one that points nowhere).
-bool path_taken(const std::string& path);
-
-// The first inventory file name not taken in `dir`; *file_name receives
-// the name alone, the result is "<dir>/<name>".
-std::string choose_output_path(const std::string& dir, const std::string& short_name,
-                               const std::string& mac, std::string* file_name);
+// Writes the container's image to the first inventory file name not taken
+// in dir (see create_new_file) and returns true; *file_name receives the
+// name alone. On failure returns false with the name that was to be
+// written, and no file is left.
+bool save_inventory(InvFile* file, bool write_flag, const OutputDirectory& dir,
+                    const std::string& short_name, const std::string& mac, std::string* file_name);
 
 #endif  // QUILLSCAN_APP_IDENTITY_H_

@@ -2,9 +2,6 @@
 // progress lines, host identity, the inventory file and its name.
 #include "app/scanner.h"
 
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <vector>
@@ -36,17 +33,6 @@ void progress(bool silent, const char* line) {
   if (silent) print_message("%s", line);
 }
 
-std::string current_directory() {
-  std::vector<char> buffer(4096);
-  while (getcwd(buffer.data(), buffer.size()) == nullptr) {
-    // A directory that cannot be named (removed, or not reachable) leaves
-    // "." so that the file still goes into the current directory.
-    if (errno != ERANGE || buffer.size() > (1u << 20)) return ".";
-    buffer.resize(buffer.size() * 2);
-  }
-  return std::string(buffer.data());
-}
-
 // Copies attribute `name` of `from` onto `to`; a missing attribute (or
 // element) gives the empty text.
 void copy_attr(const ztag* from, const char* name, ztag* to) {
@@ -55,11 +41,12 @@ void copy_attr(const ztag* from, const char* name, ztag* to) {
 }
 
 // Writes the container to the first free file name and reports where.
-void write_inventory(InvFile* file, bool write_flag, bool silent, const std::string& short_name,
-                     const std::string& mac) {
+void write_inventory(InvFile* file, bool write_flag, bool silent, const OutputDirectory& dir,
+                     const std::string& short_name, const std::string& mac) {
   std::string file_name;
-  const std::string path = choose_output_path(current_directory(), short_name, mac, &file_name);
-  if (!file->write(path.c_str(), write_flag)) {
+  const bool saved = save_inventory(file, write_flag, dir, short_name, mac, &file_name);
+  const std::string path = dir.path() + "/" + file_name;
+  if (!saved) {
     fprintf(stderr, "Cannot create file :%s\n", path.c_str());
     fflush(stderr);
     return;
@@ -72,7 +59,7 @@ void write_inventory(InvFile* file, bool write_flag, bool silent, const std::str
 }
 
 void run_normal_scan(CScaner* scanner, bool silent, const char* ip_option, const char* login,
-                     bool log) {
+                     bool log, const OutputDirectory& dir) {
   scanner->log = log;
   const time_t start = time(nullptr);
   if (log) print_message("Agent version: %s.%s\n", kVersionMajor, kVersionBuild);
@@ -143,11 +130,12 @@ void run_normal_scan(CScaner* scanner, bool silent, const char* ip_option, const
 
   file->add_document(doc, InvFile::kSnapshot, false, scanner->write_flag);
   file->add_document(asset, InvFile::kAssetInfo, false, scanner->write_flag);
-  write_inventory(file, scanner->write_flag, silent, short_name, mac);
+  write_inventory(file, scanner->write_flag, silent, dir, short_name, mac);
   delete file;  // also destroys both documents
 }
 
-void run_debug_scan(CScaner* scanner, bool silent, const char* ip_option, bool log) {
+void run_debug_scan(CScaner* scanner, bool silent, const char* ip_option, bool log,
+                    const OutputDirectory& dir) {
   scanner->log = log;
   zXML* doc = new zXML(scanner->doc_flag, "Snapshot");
   int esx_major = -1;
@@ -163,7 +151,7 @@ void run_debug_scan(CScaner* scanner, bool silent, const char* ip_option, bool l
   InvFile* file = new InvFile(scanner->doc_flag);
   add_debug_records(file, short_name.c_str(), ip.c_str(), mac.c_str(), true, raw, raw_length);
   delete[] raw;  // the container keeps its own compressed copy
-  write_inventory(file, true, silent, short_name, mac);
+  write_inventory(file, true, silent, dir, short_name, mac);
   delete file;
   delete doc;  // not handed to the container in a debug run
 }
@@ -172,9 +160,12 @@ void run_debug_scan(CScaner* scanner, bool silent, const char* ip_option, bool l
 
 void run_scan(CScaner* scanner, bool silent, bool /*reserved*/, bool debug, const char* ip,
               const char* login, bool log) {
+  // The file goes into the directory the scan started in, whatever happens
+  // to its name meanwhile.
+  const OutputDirectory dir;
   if (debug) {
-    run_debug_scan(scanner, silent, ip, log);
+    run_debug_scan(scanner, silent, ip, log, dir);
   } else {
-    run_normal_scan(scanner, silent, ip, login, log);
+    run_normal_scan(scanner, silent, ip, login, log, dir);
   }
 }

@@ -120,8 +120,7 @@ std::string InvFile::build_image() {
 }
 
 bool InvFile::write(const char* path, bool flag) {
-  write_flag_ = flag;
-  const std::string image = build_image();
+  const std::string image = build_image(flag);
   std::FILE* f = std::fopen(path, "w");
   if (f == nullptr) return false;
   // Unlike a bare write-and-forget, every step is checked: a full disk or

@@ -34,6 +34,11 @@ class InvFile {
 
   // The whole file image: bodies, header text, trailer.
   std::string build_image();
+  // The same with flag as the trailer's write flag.
+  std::string build_image(bool flag) {
+    write_flag_ = flag;
+    return build_image();
+  }
   // Writes the image to path, with flag as the trailer's write flag; false
   // when the file cannot be created or written (no partial file is left
   // behind).
