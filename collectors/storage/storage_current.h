@@ -19,7 +19,7 @@ namespace storage {
 // first "KEY = \"" anywhere in the text, with its letter case, as
 // vmx_value does. With any_case, keys are whole keys at the start of a line
 // ("KEY = \"value\""), compared without regard to letter case; the first
-// line of a key counts.
+// line of a key counts. The text is not copied: it must outlive the lookup.
 class VmxKeys {
  public:
   VmxKeys(const std::string& vmx, bool any_case);
