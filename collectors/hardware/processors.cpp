@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "app/scanner.h"
 #include "collectors/collectors.h"
 #include "collectors/hardware/ports_dictionary.h"
 #include "collectors/hardware/smbios.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
@@ -183,11 +183,11 @@ void record_processors(const std::string& dump, const CpuCounts& counts, ztag* t
   }
 }
 
-void collect_processors(CScaner* scanner, zXML* doc) {
+void collect_processors(ScanContext& ctx, zXML* doc) {
   CpuCounts counts;
   // Without a CPU section or with no package count there is nothing to
   // divide by; the collector then writes nothing.
-  if (!parse_cpu_counts(run_command("vim-cmd hostsvc/hosthardware"), &counts)) return;
+  if (!parse_cpu_counts(run_command(ctx.host, "vim-cmd hostsvc/hosthardware"), &counts)) return;
   if (counts.packages <= 0) return;
-  record_processors(run_command("smbiosDump"), counts, doc->top(), *scanner->dictionary);
+  record_processors(run_command(ctx.host, "smbiosDump"), counts, doc->top(), ctx.dictionary);
 }

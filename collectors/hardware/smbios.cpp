@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "app/scanner.h"
 #include "collectors/collectors.h"
 #include "collectors/hardware/ports_dictionary.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
@@ -199,8 +199,8 @@ void record_smbios(const std::string& dump, ztag* top, const PortsDictionary& di
   record_mem_slots(dump, top);
 }
 
-void collect_smbios(CScaner* scanner, zXML* doc) {
-  const std::string dump = run_command("smbiosDump");
-  record_smbios(dump, doc->top(), *scanner->dictionary,
-                [] { return run_command("esxcli system uuid get"); });
+void collect_smbios(ScanContext& ctx, zXML* doc) {
+  const std::string dump = run_command(ctx.host, "smbiosDump");
+  record_smbios(dump, doc->top(), ctx.dictionary,
+                [&ctx] { return run_command(ctx.host, "esxcli system uuid get"); });
 }

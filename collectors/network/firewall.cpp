@@ -1,7 +1,8 @@
 // Firewall collector: the host firewall's rulesets and whether each is
 // enabled, from `esxcli network firewall ruleset list`.
-#include "app/scanner.h"
+#include "collectors/collectors.h"
 #include "collectors/network/network.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
@@ -38,6 +39,6 @@ void record_firewall(const std::string& output, ztag* top) {
   }
 }
 
-void CScaner::scan_firewall(zXML* doc) {
-  record_firewall(run_command("esxcli network firewall ruleset list"), doc->top());
+void collect_firewall(ScanContext& ctx, zXML* doc) {
+  record_firewall(run_command(ctx.host, "esxcli network firewall ruleset list"), doc->top());
 }

@@ -3,16 +3,16 @@
 // "Logical-disks"), plus the capacity totals the asset summary reports.
 #include "collectors/storage/storage.h"
 
-#include <sys/stat.h>
-
 #include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
-#include "app/scanner.h"
+#include "collectors/collectors.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
 #include "zxml/tag.h"
+#include "zxml/zXML.h"
 
 // ------------------------------------------------------------- helpers
 
@@ -33,22 +33,10 @@ std::vector<std::string> split_fields(const std::string& text, char delimiter) {
   return fields;
 }
 
-uint64_t file_size(const std::string& path) {
-  FILE* f = open_for_reading(path.c_str());
-  if (f == nullptr) return 0;
+uint64_t file_size(HostAccess& host, const std::string& path) {
   // A directory opens for reading too, but its "end" is not a byte count.
-  struct stat st;
-  if (fstat(fileno(f), &st) == 0 && S_ISDIR(st.st_mode)) {
-    std::fclose(f);
-    return 0;
-  }
-  uint64_t size = 0;
-  if (fseeko(f, 0, SEEK_END) == 0) {
-    const off_t end = ftello(f);
-    if (end > 0) size = static_cast<uint64_t>(end);
-  }
-  std::fclose(f);
-  return size;
+  const HostRecord::PathInfo info = host.path_info(path);
+  return info.openable && !info.is_dir ? info.size : 0;
 }
 
 namespace storage {
@@ -59,11 +47,8 @@ int64_t read_decimal(const std::string& text) {
   return static_cast<int64_t>(v);
 }
 
-bool can_open(const std::string& path) {
-  FILE* f = open_for_reading(path.c_str());
-  if (f == nullptr) return false;
-  std::fclose(f);
-  return true;
+bool can_open(HostAccess& host, const std::string& path) {
+  return host.path_info(path).openable;
 }
 
 std::vector<std::string> table_lines(const std::string& output) {
@@ -160,7 +145,10 @@ void set_byte_size_attr(ztag* node, const char* name, uint64_t bytes) {
 
 // ----------------------------------------------------------- collector
 
-void CScaner::scan_storage(zXML* doc, double& physical_gb, double& fs_size_gb, double& fs_free_gb) {
+void collect_storage(ScanContext& ctx, zXML* doc) {
+  double& physical_gb = ctx.physical_gb;
+  double& fs_size_gb = ctx.fs_size_gb;
+  double& fs_free_gb = ctx.fs_free_gb;
   physical_gb = 0;
   fs_size_gb = 0;
   fs_free_gb = 0;
@@ -168,18 +156,19 @@ void CScaner::scan_storage(zXML* doc, double& physical_gb, double& fs_size_gb, d
 
   // Extents and the devices they live on. Every extent writes the same node
   // HDD:1, so it ends up describing the last extent; the total counts all.
-  const std::string extents = run_command("esxcli storage vmfs extent list");
+  const std::string extents = run_command(ctx.host, "esxcli storage vmfs extent list");
   for (const std::string& line : storage::table_lines(extents)) {
     if (line.empty()) continue;
     const storage::ExtentColumns col = storage::extent_columns(line);
     std::string size_text, model, revision;
     if (!col.device.empty()) {
       const std::string device_arg = shell_quote(col.device);
-      const std::string device = run_command("esxcli storage core device list -d " + device_arg);
+      const std::string device =
+          run_command(ctx.host, "esxcli storage core device list -d " + device_arg);
       if (!device.empty()) {
         // The path list's adapter identifier has no place in the output; the
         // command still runs so that the device is looked up the same way.
-        run_command("esxcli storage core path list -d " + device_arg);
+        run_command(ctx.host, "esxcli storage core path list -d " + device_arg);
         size_text = text_between(device, "Size: ", "\n");
         model = text_between(device, "Model: ", "\n");
         revision = text_between(device, "Revision: ", "\n");
@@ -204,19 +193,19 @@ void CScaner::scan_storage(zXML* doc, double& physical_gb, double& fs_size_gb, d
   }
 
   // Mounted file systems.
-  const std::string filesystems = run_command("esxcli storage filesystem list");
+  const std::string filesystems = run_command(ctx.host, "esxcli storage filesystem list");
   int number = 0;
   for (const std::string& line : storage::table_lines(filesystems)) {
     if (line.empty()) continue;
     float free_gb = 0;
     float size_gb = 0;
-    scan_filesystem_line(line, doc, ++number, free_gb, size_gb);
+    storage::scan_filesystem_line(line, doc, ++number, free_gb, size_gb);
     fs_size_gb += size_gb;
     fs_free_gb += free_gb;
   }
 }
 
-void CScaner::scan_filesystem_line(const std::string& line, zXML* doc, int /*line_number*/,
+void storage::scan_filesystem_line(const std::string& line, zXML* doc, int /*line_number*/,
                                    float& free_gb, float& size_gb) {
   // Mount point, volume name, UUID, mounted flag, type, size, free. A volume
   // name that is empty or holds a blank changes the count: such lines are

@@ -11,6 +11,9 @@
 #include <string>
 #include <vector>
 
+class HostAccess;
+struct ScanContext;
+class zXML;
 class ztag;
 
 // Fields of text separated by runs of delimiter. Leading delimiters are
@@ -20,7 +23,7 @@ std::vector<std::string> split_fields(const std::string& text, char delimiter);
 
 // Size of a file in bytes: opened for reading and measured by seeking to its
 // end. 0 when it cannot be opened or is a directory.
-uint64_t file_size(const std::string& path);
+uint64_t file_size(HostAccess& host, const std::string& path);
 
 namespace storage {
 
@@ -30,7 +33,7 @@ namespace storage {
 int64_t read_decimal(const std::string& text);
 
 // True when path can be opened for reading.
-bool can_open(const std::string& path);
+bool can_open(HostAccess& host, const std::string& path);
 
 // The lines of a tool's table: every text between one "\n" and the next,
 // starting at the "\n" that ends the dashed line under the header. Text after
@@ -147,6 +150,27 @@ std::string directory_of(const std::string& path);
 // chain that loops back on itself) stops there; the disk then gets no
 // "max-size" and no createType flags.
 constexpr int kMaxParentDepth = 32;
+
+// One line of "esxcli storage filesystem list": Logical-disks /
+// partition:N, and the line's free and size amounts in GB.
+void scan_filesystem_line(const std::string& line, zXML* doc, int line_number, float& free_gb,
+                          float& size_gb);
+
+// Records the machines of a "vim-cmd vmsvc/getallvms" listing.
+void record_vms(ScanContext& ctx, const std::string& listing, zXML* doc);
+// One machine: its .vmx configuration, files, disks, drives and adapters.
+void process_vm(ScanContext& ctx, const std::string& vmx_path, ztag* machine,
+                uint64_t datastore_free);
+void scan_vm_cdroms(ztag* devices, const std::string& vmx_text, const char* prefix,
+                    int& cd_counter);
+void scan_vm_disks(ScanContext& ctx, ztag* devices, const std::string& vmx_text, const char* prefix,
+                   const std::string& vmx_dir, uint64_t datastore_free, int& disk_counter);
+// depth counts the parent disks followed so far (a chain stops after
+// kMaxParentDepth).
+void read_vmdk(ScanContext& ctx, const std::string& path, ztag* disk, bool top_level,
+               int depth = 0);
+uint64_t extent_bytes(ScanContext& ctx, const std::string& descriptor, const std::string& dir,
+                      bool provisioned);
 
 }  // namespace storage
 

@@ -8,7 +8,7 @@
 #include <cctype>
 #include <cstdio>
 
-#include "app/scanner.h"
+#include "collectors/scan_context.h"
 #include "collectors/storage/storage.h"
 #include "host/command.h"
 #include "zxml/tag.h"
@@ -27,18 +27,9 @@ std::string lower(const std::string& text) {
 }
 
 // Up to max bytes from the start of a file ("" when it cannot be opened).
-std::string read_head(const std::string& path, size_t max) {
+std::string read_head(HostAccess& host, const std::string& path, size_t max) {
   std::string data;
-  FILE* f = open_for_reading(path.c_str(), "rb");
-  if (f == nullptr) return data;
-  char buffer[8192];
-  while (data.size() < max) {
-    const size_t want = std::min(sizeof buffer, max - data.size());
-    const size_t got = std::fread(buffer, 1, want, f);
-    if (got == 0) break;
-    data.append(buffer, got);
-  }
-  std::fclose(f);
+  host.read(path, max, &data);
   return data;
 }
 
@@ -92,8 +83,8 @@ std::string directory_of(const std::string& path) {
 
 }  // namespace storage
 
-void CScaner::scan_vm_disks(ztag* devices, const std::string& vmx, const char* prefix,
-                            const std::string& vmx_dir, uint64_t datastore_free,
+void storage::scan_vm_disks(ScanContext& ctx, ztag* devices, const std::string& vmx,
+                            const char* prefix, const std::string& vmx_dir, uint64_t datastore_free,
                             int& disk_counter) {
   const std::string interface_name = storage::upper_text(prefix);
   // Only controllers marked present count, IDE ones included.
@@ -109,28 +100,30 @@ void CScaner::scan_vm_disks(ztag* devices, const std::string& vmx, const char* p
       // The name is always taken relative to the machine's directory; an
       // absolute name therefore does not lead to a file.
       const std::string path = vmx_dir + file;
-      if (!storage::can_open(path)) continue;
+      if (!storage::can_open(ctx.host, path)) continue;
       ztag* disk = devices->child(format_string("hdd:%d", ++disk_counter));
       disk->set_attr("interface", zvalue(interface_name));
       disk->set_attr("disk-file", zvalue(file));
       storage::set_byte_size_attr(disk, "system-free", datastore_free);
-      read_vmdk(path, disk, true);
+      read_vmdk(ctx, path, disk, true);
     }
   }
 }
 
-void CScaner::read_vmdk(const std::string& path, ztag* disk, bool top_level, int depth) {
+void storage::read_vmdk(ScanContext& ctx, const std::string& path, ztag* disk, bool top_level,
+                        int depth) {
   // A chain longer than this (a loop, for instance) is not followed further.
   if (depth > storage::kMaxParentDepth) return;
 
   std::string descriptor;
   {
-    const std::string head = read_head(path, storage::kVmdkHead);
+    const std::string head = read_head(ctx.host, path, storage::kVmdkHead);
     // Otherwise the whole file is the descriptor (already read when short).
     if (storage::is_sparse_extent(head)) {
       descriptor = storage::embedded_descriptor(head);
     } else {
-      descriptor = head.size() < storage::kVmdkHead ? head : read_head(path, kMaxDescriptorBytes);
+      descriptor =
+          head.size() < storage::kVmdkHead ? head : read_head(ctx.host, path, kMaxDescriptorBytes);
     }
   }
   const std::string dir = storage::directory_of(path);
@@ -140,25 +133,25 @@ void CScaner::read_vmdk(const std::string& path, ztag* disk, bool top_level, int
     // A delta disk: its own extents are what it occupies; the size and the
     // allocation are those of the base disk.
     if (top_level) {
-      storage::set_byte_size_attr(disk, "cur-size", extent_bytes(descriptor, dir, false));
+      storage::set_byte_size_attr(disk, "cur-size", extent_bytes(ctx, descriptor, dir, false));
     }
     // Only one descriptor is held at a time, however long the chain.
     std::string().swap(descriptor);
-    read_vmdk(dir + parent, disk, false, depth + 1);
+    read_vmdk(ctx, dir + parent, disk, false, depth + 1);
     return;
   }
   if (top_level) {
-    storage::set_byte_size_attr(disk, "cur-size", extent_bytes(descriptor, dir, false));
+    storage::set_byte_size_attr(disk, "cur-size", extent_bytes(ctx, descriptor, dir, false));
   }
-  storage::set_byte_size_attr(disk, "max-size", extent_bytes(descriptor, dir, true));
+  storage::set_byte_size_attr(disk, "max-size", extent_bytes(ctx, descriptor, dir, true));
   const storage::DiskFlags flags =
       storage::create_type_flags(text_between(descriptor, "createType=\"", "\""));
   if (flags.preallocated >= 0) disk->set_attr("preallocated", zvalue(flags.preallocated));
   if (flags.single_file >= 0) disk->set_attr("single-file", zvalue(flags.single_file));
 }
 
-uint64_t CScaner::extent_bytes(const std::string& descriptor, const std::string& dir,
-                               bool provisioned) {
+uint64_t storage::extent_bytes(ScanContext& ctx, const std::string& descriptor,
+                               const std::string& dir, bool provisioned) {
   const size_t section = descriptor.find("# Extent description");
   if (section == std::string::npos) return 0;
   uint64_t total = 0;
@@ -177,7 +170,7 @@ uint64_t CScaner::extent_bytes(const std::string& descriptor, const std::string&
       const int64_t sectors = fields.size() > 1 ? storage::read_decimal(fields[1]) : 0;
       total += static_cast<uint64_t>(sectors) * 512u;
     } else {
-      total += file_size(dir + text_between(line, "\"", "\""));
+      total += file_size(ctx.host, dir + text_between(line, "\"", "\""));
     }
   }
   return total;

@@ -2,17 +2,17 @@
 // one's .vmx configuration (name, guest, notes, memory, processors, network
 // adapters, CD-ROM drives), the space its directory takes and its power
 // state. The disks are read in vmdk.cpp.
-#include <dirent.h>
-
 #include <cctype>
 #include <cstdint>
 #include <memory>
 #include <unordered_set>
 
-#include "app/scanner.h"
+#include "collectors/collectors.h"
+#include "collectors/scan_context.h"
 #include "collectors/storage/storage.h"
 #include "host/command.h"
 #include "zxml/tag.h"
+#include "zxml/zXML.h"
 
 namespace storage {
 
@@ -126,33 +126,33 @@ class MachineNumbers {
 // entry whose type the file system does not report is measured too; one
 // that turns out to be a directory counts 0, like a file that cannot be
 // opened.
-void directory_totals(const std::string& dir, uint64_t& all_files, uint64_t& disk_files) {
+void directory_totals(HostAccess& host, const std::string& dir, uint64_t& all_files,
+                      uint64_t& disk_files) {
   all_files = 0;
   disk_files = 0;
-  DIR* d = opendir(dir.c_str());
-  if (d == nullptr) return;
-  while (const dirent* e = readdir(d)) {
-    if (e->d_type == DT_DIR) continue;
-    const std::string path = dir + "/" + e->d_name;
-    const uint64_t size = file_size(path);
+  std::vector<HostRecord::DirEntry> entries;
+  if (!host.list_dir(dir, &entries)) return;
+  for (const HostRecord::DirEntry& e : entries) {
+    if (e.type == 'd') continue;
+    const std::string path = dir + "/" + e.name;
+    const uint64_t size = file_size(host, path);
     all_files += size;
     const size_t dot = path.rfind('.');
     if (dot != std::string::npos && path.compare(dot + 1, std::string::npos, "vmdk") == 0) {
       disk_files += size;
     }
   }
-  closedir(d);
 }
 
 }  // namespace
 
-void CScaner::scan_vms(zXML* doc) {
+void collect_vms(ScanContext& ctx, zXML* doc) {
   // The machine list node exists even when the host lists no machines.
   doc->top()->child("VMs");
-  record_vms(run_command("vim-cmd vmsvc/getallvms"), doc);
+  storage::record_vms(ctx, run_command(ctx.host, "vim-cmd vmsvc/getallvms"), doc);
 }
 
-void CScaner::record_vms(const std::string& listing, zXML* doc) {
+void storage::record_vms(ScanContext& ctx, const std::string& listing, zXML* doc) {
   ztag* top = doc->top();
   ztag* vms = top->child("VMs");
   size_t nl = listing.find('\n');
@@ -199,20 +199,21 @@ void CScaner::record_vms(const std::string& listing, zXML* doc) {
       if (base != nullptr) datastore_free = static_cast<uint64_t>(storage::read_decimal(*base));
     }
 
-    if (!storage::can_open(vmx_path)) {
+    if (!storage::can_open(ctx.host, vmx_path)) {
       machine->set_attr("vm-state", zvalue(3));
       continue;
     }
-    process_vm(vmx_path, machine, datastore_free);
-    const int state =
-        storage::power_state(run_command("vim-cmd vmsvc/power.getstate " + shell_quote(entry.id)));
+    process_vm(ctx, vmx_path, machine, datastore_free);
+    const int state = storage::power_state(
+        run_command(ctx.host, "vim-cmd vmsvc/power.getstate " + shell_quote(entry.id)));
     if (state >= 0) machine->set_attr("vm-state", zvalue(state));
   }
 }
 
-void CScaner::process_vm(const std::string& vmx_path, ztag* machine, uint64_t datastore_free) {
+void storage::process_vm(ScanContext& ctx, const std::string& vmx_path, ztag* machine,
+                         uint64_t datastore_free) {
   print_message("ProcessVM start\n");
-  const std::string vmx = read_file(vmx_path);
+  const std::string vmx = read_file(ctx.host, vmx_path);
   if (vmx.empty()) return;
 
   machine->set_value(zvalue(storage::vmx_value(vmx, "displayName")));
@@ -220,14 +221,14 @@ void CScaner::process_vm(const std::string& vmx_path, ztag* machine, uint64_t da
   const std::string guest = storage::vmx_value(vmx, "guestOS");
   print_message("GuestOS = %s\n", guest.c_str());
   machine->set_attr("vm-guest-os-type", zvalue(guest));
-  const std::string family = dictionary->guest_family(guest);
+  const std::string family = ctx.dictionary.guest_family(guest);
   if (!family.empty()) machine->add_meta("kind", family);
 
   const size_t slash = vmx_path.rfind('/');
   const std::string dir = vmx_path.substr(0, slash);
   uint64_t all_files = 0;
   uint64_t disk_files = 0;
-  directory_totals(dir, all_files, disk_files);
+  directory_totals(ctx.host, dir, all_files, disk_files);
   storage::set_byte_size_attr(machine, "vm-current-stor-size", disk_files);
   storage::set_byte_size_attr(machine, "vm-current-size", all_files);
 
@@ -252,9 +253,9 @@ void CScaner::process_vm(const std::string& vmx_path, ztag* machine, uint64_t da
   const std::string vmx_dir = vmx_path.substr(0, slash == std::string::npos ? 0 : slash + 1);
   int disks = 0;
   print_message("~2.\n");
-  scan_vm_disks(devices, vmx, "scsi", vmx_dir, datastore_free, disks);
+  scan_vm_disks(ctx, devices, vmx, "scsi", vmx_dir, datastore_free, disks);
   print_message("~3.\n");
-  scan_vm_disks(devices, vmx, "ide", vmx_dir, datastore_free, disks);
+  scan_vm_disks(ctx, devices, vmx, "ide", vmx_dir, datastore_free, disks);
   print_message("~4.\n");
   int cdroms = 0;
   scan_vm_cdroms(devices, vmx, "scsi", cdroms);
@@ -285,7 +286,7 @@ void CScaner::process_vm(const std::string& vmx_path, ztag* machine, uint64_t da
   }
 }
 
-void CScaner::scan_vm_cdroms(ztag* devices, const std::string& vmx, const char* prefix,
+void storage::scan_vm_cdroms(ztag* devices, const std::string& vmx, const char* prefix,
                              int& cd_counter) {
   // IDE controllers are walked even without a presence key.
   const bool ide = std::string(prefix) == "ide";

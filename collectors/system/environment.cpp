@@ -2,6 +2,7 @@
 #include "collectors/system/environment.h"
 
 #include "collectors/collectors.h"
+#include "collectors/scan_context.h"
 #include "collectors/system/text_lines.h"
 #include "host/command.h"
 #include "zxml/tag.h"
@@ -28,6 +29,6 @@ void record_environment(ztag* top, const std::string& env_output) {
                          [top](const std::string& line) { add_environment_variable(top, line); });
 }
 
-void collect_environment(CScaner*, zXML* doc) {
-  record_environment(doc->top(), run_command("env"));
+void collect_environment(ScanContext& ctx, zXML* doc) {
+  record_environment(doc->top(), run_command(ctx.host, "env"));
 }

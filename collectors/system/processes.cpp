@@ -1,8 +1,8 @@
 // Processes collector.
 #include "collectors/system/processes.h"
 
-#include "app/scanner.h"
 #include "collectors/collectors.h"
+#include "collectors/scan_context.h"
 #include "collectors/system/text_lines.h"
 #include "host/command.h"
 #include "zxml/tag.h"
@@ -54,14 +54,14 @@ void record_processes(ztag* top, const std::string& listing) {
       from);
 }
 
-void collect_processes(CScaner* scanner, zXML* doc) {
+void collect_processes(ScanContext& ctx, zXML* doc) {
   ztag* top = doc->top();
-  if (!scanner->detector->has_tool("ps")) {
+  if (!ctx.tools.has_tool("ps")) {
     add_missing_tool_warning(top->child("Processes"), "ps", "process", true);
     return;
   }
   // The path comes from a directory listing of the host, so it is quoted
   // like any other host text.
-  std::string cmdline = shell_quote(scanner->detector->tool_path("ps")) + " -cvu";
-  record_processes(top, run_command(cmdline));
+  std::string cmdline = shell_quote(ctx.tools.tool_path("ps")) + " -cvu";
+  record_processes(top, run_command(ctx.host, cmdline));
 }

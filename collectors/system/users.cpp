@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "collectors/collectors.h"
+#include "collectors/scan_context.h"
 #include "collectors/system/text_lines.h"
 #include "host/command.h"
 #include "zxml/tag.h"
@@ -80,6 +81,6 @@ void record_user_accounts(ztag* top, const std::string& passwd_text) {
                          [top](const std::string& line) { add_user_account(top, line, -1, -1); });
 }
 
-void collect_user_accounts(CScaner*, zXML* doc) {
-  record_user_accounts(doc->top(), read_file("/etc/passwd"));
+void collect_user_accounts(ScanContext& ctx, zXML* doc) {
+  record_user_accounts(doc->top(), read_file(ctx.host, "/etc/passwd"));
 }
