@@ -151,8 +151,10 @@ void write_inventory(HostAccess& host, InvFile* file, bool write_flag, bool sile
   }
 }
 
-void run_normal_scan(CScaner* scanner, bool silent, const char* ip_option, const char* login,
-                     bool log) {
+}  // namespace
+
+ScanDocuments scan_documents(CScaner* scanner, bool silent, const char* ip_option,
+                             const char* login, bool log) {
   scanner->log = log;
   HostAccess& host = scanner->host;
   const time_t start = host.wall_time();
@@ -207,7 +209,6 @@ void run_normal_scan(CScaner* scanner, bool silent, const char* ip_option, const
   zXML* asset = scanner->collect_asset_info(ip.c_str(), physical.c_str(), fs_size.c_str(),
                                             fs_free.c_str(), mac.c_str(), login, out, doc);
 
-  InvFile* file = new InvFile(scanner->doc_flag);
   ztag* snapshot = doc->top();
   const ztag* summary = asset->top();
   if (log) print_message("test000\n");
@@ -222,10 +223,18 @@ void run_normal_scan(CScaner* scanner, bool silent, const char* ip_option, const
   copy_attr(summary, "user-name", snapshot);
   copy_attr(summary, "ip-address", snapshot);
   if (log) print_message("test003\n");
+  return ScanDocuments{doc, asset, short_name, mac};
+}
 
-  file->add_document(doc, InvFile::kSnapshot, false, scanner->write_flag);
-  file->add_document(asset, InvFile::kAssetInfo, false, scanner->write_flag);
-  write_inventory(host, file, scanner->write_flag, silent, short_name, mac);
+namespace {
+
+void run_normal_scan(CScaner* scanner, bool silent, const char* ip_option, const char* login,
+                     bool log) {
+  const ScanDocuments docs = scan_documents(scanner, silent, ip_option, login, log);
+  InvFile* file = new InvFile(scanner->doc_flag);
+  file->add_document(docs.snapshot, InvFile::kSnapshot, false, scanner->write_flag);
+  file->add_document(docs.asset, InvFile::kAssetInfo, false, scanner->write_flag);
+  write_inventory(scanner->host, file, scanner->write_flag, silent, docs.short_name, docs.mac);
   delete file;  // also destroys both documents
 }
 

@@ -84,6 +84,20 @@ class CScaner {
   std::vector<AdapterAddress>& addresses;
 };
 
+// What a normal scan found: the two documents (owned by the caller) and
+// the identity the file name is made of.
+struct ScanDocuments {
+  zXML* snapshot;
+  zXML* asset;
+  std::string short_name;
+  std::string mac;
+};
+
+// A normal scan up to the point where the file is written: every
+// collector, the asset summary and the snapshot's summary attributes.
+ScanDocuments scan_documents(CScaner* scanner, bool silent, const char* ip, const char* login,
+                             bool log);
+
 // Runs one scan (normal or debug) from start to end.
 void run_scan(CScaner* scanner, bool silent, bool reserved, bool debug, const char* ip,
               const char* login, bool log);

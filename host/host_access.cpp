@@ -330,6 +330,13 @@ bool ReplayHost::read(const std::string& path, size_t limit, std::string* out) {
     return false;
   }
   out->assign(it->second, 0, std::min(limit, it->second.size()));
+  // A record that holds less than was asked for, of a file it knows to be
+  // longer, holds only a head read earlier: the rest is a request too.
+  const auto info = record_.paths.find(path);
+  if (it->second.size() < limit && info != record_.paths.end() &&
+      info->second.size > it->second.size()) {
+    unanswered_.push_back(Request{Request::kFile, path, limit});
+  }
   return true;
 }
 
@@ -395,7 +402,7 @@ time_t ReplayHost::make_time(struct tm* tm) {
 std::string ReplayHost::zone_offset(const struct tm& local) {
   const long offset = local.tm_gmtoff;
   const long magnitude = offset < 0 ? -offset : offset;
-  char text[16];
+  char text[48];
   snprintf(text, sizeof text, "%c%02ld%02ld", offset < 0 ? '-' : '+', magnitude / 3600,
            magnitude % 3600 / 60);
   return text;
