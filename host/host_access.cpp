@@ -313,49 +313,43 @@ std::string RecordingHost::working_directory() {
 HostAccess::CommandResult ReplayHost::run(const std::string& cmdline) {
   CommandResult result;
   result.started = true;  // the shell starts; a missing tool prints nothing
-  const auto it = record_.commands.find(cmdline);
-  if (it == record_.commands.end()) {
-    unanswered_.push_back(Request{Request::kCommand, cmdline, 0});
-  } else {
-    result.output = it->second;
-  }
+  const auto it = find(record_.commands, Request{Request::kCommand, cmdline, 0});
+  if (it != record_.commands.end()) result.output = it->second;
   return result;
+}
+
+bool ReplayHost::partial(const std::string& path, size_t held, size_t limit) const {
+  // A record that holds less than was asked for, of a file it knows to be
+  // longer, holds only a head read earlier.
+  const auto info = record_.paths.find(path);
+  return held < limit && info != record_.paths.end() && info->second.size > held;
 }
 
 bool ReplayHost::read(const std::string& path, size_t limit, std::string* out) {
   out->clear();
-  const auto it = record_.files.find(path);
-  if (it == record_.files.end()) {
-    unanswered_.push_back(Request{Request::kFile, path, limit});
-    return false;
+  const Request request{Request::kFile, path, limit};
+  auto it = find(record_.files, request);
+  if (it == record_.files.end()) return false;
+  if (partial(path, it->second.size(), limit)) {
+    if (fallback_) {
+      fallback_(request);
+      it = record_.files.find(path);
+    }
+    if (partial(path, it->second.size(), limit)) unanswered_.push_back(request);
   }
   out->assign(it->second, 0, std::min(limit, it->second.size()));
-  // A record that holds less than was asked for, of a file it knows to be
-  // longer, holds only a head read earlier: the rest is a request too.
-  const auto info = record_.paths.find(path);
-  if (it->second.size() < limit && info != record_.paths.end() &&
-      info->second.size > it->second.size()) {
-    unanswered_.push_back(Request{Request::kFile, path, limit});
-  }
   return true;
 }
 
 HostRecord::PathInfo ReplayHost::path_info(const std::string& path) {
-  const auto it = record_.paths.find(path);
-  if (it == record_.paths.end()) {
-    unanswered_.push_back(Request{Request::kPath, path, 0});
-    return HostRecord::PathInfo();
-  }
-  return it->second;
+  const auto it = find(record_.paths, Request{Request::kPath, path, 0});
+  return it == record_.paths.end() ? HostRecord::PathInfo() : it->second;
 }
 
 bool ReplayHost::list_dir(const std::string& path, std::vector<HostRecord::DirEntry>* out) {
   out->clear();
-  const auto it = record_.dirs.find(path);
-  if (it == record_.dirs.end()) {
-    unanswered_.push_back(Request{Request::kDir, path, 0});
-    return false;
-  }
+  const auto it = find(record_.dirs, Request{Request::kDir, path, 0});
+  if (it == record_.dirs.end()) return false;
   *out = it->second;
   return true;
 }

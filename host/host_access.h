@@ -13,7 +13,9 @@
 #define QUILLSCAN_HOST_HOST_ACCESS_H_
 
 #include <ctime>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/host_record.h"
@@ -116,7 +118,13 @@ class ReplayHost : public HostAccess {
     size_t limit = 0;  // bytes asked for (kFile)
   };
 
-  explicit ReplayHost(const HostRecord& record) : record_(record) {}
+  // Offered each request the record has no answer for; it may add the
+  // answer to the record, which is then used (a source that fills the
+  // record on demand).
+  using Fallback = std::function<void(const Request&)>;
+
+  explicit ReplayHost(const HostRecord& record, Fallback fallback = nullptr)
+      : record_(record), fallback_(std::move(fallback)) {}
   const std::vector<Request>& unanswered() const { return unanswered_; }
 
   CommandResult run(const std::string& cmdline) override;
@@ -136,8 +144,22 @@ class ReplayHost : public HostAccess {
  private:
   const HostRecord::Clock& next_clock();
   int32_t current_offset() const;
+  bool partial(const std::string& path, size_t held, size_t limit) const;
+  // The record's entry for request.key, after offering a miss to the
+  // fallback; a miss that stays one is listed as unanswered.
+  template <typename Map>
+  typename Map::const_iterator find(const Map& map, const Request& request) {
+    auto it = map.find(request.key);
+    if (it == map.end() && fallback_) {
+      fallback_(request);
+      it = map.find(request.key);
+    }
+    if (it == map.end()) unanswered_.push_back(request);
+    return it;
+  }
 
   const HostRecord& record_;
+  Fallback fallback_;
   std::vector<Request> unanswered_;
   size_t next_clock_ = 0;
   const HostRecord::Clock* last_clock_ = nullptr;

@@ -4,12 +4,11 @@
 // installs; its interfaces, host name and one clock reading go straight
 // into the record.
 //
-// The record fills on demand. A scan replayed from it lists the requests
-// it found no answer for; answer() asks the host folder for them (a command
-// line is evaluated by /bin/sh with the host's tools first in PATH, a path
-// is looked up in the temporary root) and a new replay sees the answers.
-#ifndef QUILLSCAN_TESTS_SUPPORT_SIM_HOST_H_
-#define QUILLSCAN_TESTS_SUPPORT_SIM_HOST_H_
+// The record fills on demand: answer() asks the host folder for what a
+// replay did not find (a command line is evaluated by /bin/sh with the
+// host's tools first in PATH, a path is looked up in the temporary root).
+#ifndef QUILLSCAN_SIM_REPLAY_SIM_HOST_H_
+#define QUILLSCAN_SIM_REPLAY_SIM_HOST_H_
 
 #include <set>
 #include <string>
@@ -49,17 +48,12 @@ class SimHost {
   std::set<std::pair<int, std::string>> asked_;
 };
 
-// Replays a scan on `sim` until it asks nothing new: `scan` runs once per
-// round on a fresh replay of the record so far. Returns the last replay's
-// unanswered requests (those the host folder has no answer for either).
-template <typename Scan>
-std::vector<ReplayHost::Request> replay_until_answered(SimHost& sim, Scan scan) {
-  for (int round = 0; round < 50; ++round) {
-    ReplayHost replay(sim.record());
-    scan(replay);
-    if (sim.answer(replay.unanswered()) == 0) return replay.unanswered();
-  }
-  return {ReplayHost::Request{ReplayHost::Request::kCommand, "<too many rounds>", 0}};
+// A replay of `sim` that asks the host folder, as the scan goes, for what
+// the record does not hold yet; what the folder has no answer for either
+// ends up in unanswered().
+inline ReplayHost replay_of(SimHost& sim) {
+  return ReplayHost(sim.record(),
+                    [&sim](const ReplayHost::Request& request) { sim.answer({request}); });
 }
 
-#endif  // QUILLSCAN_TESTS_SUPPORT_SIM_HOST_H_
+#endif  // QUILLSCAN_SIM_REPLAY_SIM_HOST_H_

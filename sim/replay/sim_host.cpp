@@ -1,6 +1,6 @@
 // Reads a simulated host folder as a replay record (see sim_host.h and
 // sim/README.md for the folder's layout).
-#include "tests/support/sim_host.h"
+#include "sim/replay/sim_host.h"
 
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -146,7 +146,7 @@ SimHost::SimHost(const std::string& name) {
   path += ":" + shadow + ":/usr/bin:/bin";
   env_ = "env -i PATH=" + shell_quote(path) +
          " HOME=/ SHELL=/bin/sh USER=root LOGNAME=root SIM_HOST_DIR=" + shell_quote(host_dir_) +
-         " SIM_CALLS_LOG=" + shell_quote(tmp_ + "/calls.log");
+         " SIM_CALLS_LOG=" + shell_quote(tmp_ + "/calls.log") + " SIMROOT=" + shell_quote(root_);
   if (const char* tz = getenv("TZ")) env_ += " TZ=" + shell_quote(tz);
 
   sh("test ! -d " + shell_quote(host_dir_ + "/files") + " || cp -a " +
