@@ -7,6 +7,7 @@
 #include "collectors/scan_context.h"
 #include "host/command.h"
 #include "host/host_name.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
@@ -21,9 +22,7 @@ void mark(const AssetBuild& b, const char* marker) {
   if (b.ctx->log) print_message("%s", marker);
 }
 
-void set_text(ztag* node, const char* name, const std::string& text) {
-  node->set_attr(name, zvalue(text));
-}
+using text::set_text;
 
 bool has_tool(const AssetBuild& b, const char* name) {
   return b.ctx->tools.has_tool(name);

@@ -14,6 +14,7 @@
 #include "collectors/hardware/smbios.h"
 #include "collectors/scan_context.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
@@ -40,9 +41,7 @@ std::string remove_all(const std::string& text, const std::string& pattern) {
   return out;
 }
 
-bool contains(const std::string& text, const char* part) {
-  return text.find(part) != std::string::npos;
-}
+using text::contains;
 
 // Volts as text to tenths of a volt, truncated toward zero. Unreadable text
 // gives 0; values outside the int range (or not finite) are clamped so the

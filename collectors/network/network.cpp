@@ -12,12 +12,13 @@
 #include "collectors/collectors.h"
 #include "collectors/scan_context.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
 namespace {
 
-const size_t npos = std::string::npos;
+using text::npos;
 
 const char kZeroMac[] = "00-00-00-00-00-00";
 const char kLoopbackName[] = "lo0";
@@ -29,27 +30,6 @@ int32_t low32_signed(uint64_t v) {
   uint32_t low = static_cast<uint32_t>(v);
   if (low <= static_cast<uint32_t>(INT32_MAX)) return static_cast<int32_t>(low);
   return static_cast<int32_t>(static_cast<int64_t>(low) - (INT64_C(1) << 32));
-}
-
-// Reads a decimal integer at pos the way atoi does (leading white space, an
-// optional sign, then digits; 0 when there are none), keeping the low 32
-// bits of the number instead of overflowing.
-int32_t read_decimal(const std::string& text, size_t pos) {
-  while (pos < text.size() && (text[pos] == ' ' || (text[pos] >= '\t' && text[pos] <= '\r'))) {
-    ++pos;
-  }
-  bool negative = false;
-  if (pos < text.size() && (text[pos] == '+' || text[pos] == '-')) {
-    negative = text[pos] == '-';
-    ++pos;
-  }
-  uint64_t value = 0;
-  while (pos < text.size() && text[pos] >= '0' && text[pos] <= '9') {
-    value = value * 10 + static_cast<uint64_t>(text[pos] - '0');  // wraps, never overflows
-    ++pos;
-  }
-  if (negative) value = 0 - value;
-  return low32_signed(value);
 }
 
 }  // namespace
@@ -64,26 +44,17 @@ std::string mac_colon(const unsigned char b[6]) {
 
 std::string nic_description(const std::string& listing, int esx_major,
                             const std::string& colon_mac) {
-  size_t start;
+  const char* marker;
   if (esx_major == 5 || esx_major == 6) {
-    start = listing.find("---");  // the dashes under esxcli's header
+    marker = text::kThreeDashes;  // the dashes under esxcli's header
   } else if (esx_major == 4) {
-    start = 0;  // esxcfg-nics has no dashes; its header is the line skipped below
+    marker = "";  // esxcfg-nics has no dashes: its header is the first line
   } else {
     return "";
   }
-  if (start == npos) return "";
-
-  // Lines run from one "\n" to the next; text after the last "\n" is not
-  // looked at.
-  size_t newline = listing.find('\n', start);
-  while (newline != npos) {
-    size_t line_start = newline + 1;
-    size_t line_end = listing.find('\n', line_start);
-    if (line_end == npos) break;
-    std::string line = listing.substr(line_start, line_end - line_start);
-    newline = line_end;
-
+  // Text after the last "\n" is not looked at.
+  for (const std::string& line :
+       text::lines_after(listing, marker, text::NoMarker::kNoLines, text::LastLine::kIgnored)) {
     // Columns are separated by runs of blanks; column 1 starts at offset 0
     // even when the line starts with a blank.
     size_t column_start = 0;
@@ -153,7 +124,8 @@ bool lease_matches_at(const std::string& lease, const std::string& ifname, const
   if (keyword == npos) return false;
   value = lease.find_first_not_of(' ', keyword + strlen(kLeaseTime));
   if (value == npos) return false;
-  const int32_t lease_seconds = read_decimal(lease, value);
+  const int32_t lease_seconds =
+      static_cast<int32_t>(text::read_decimal(lease, value, text::Overflow::kWrap32));
   semicolon = lease.find(';', value);
   if (semicolon == npos) return false;
 
@@ -170,7 +142,7 @@ bool lease_matches_at(const std::string& lease, const std::string& ifname, const
   const char delimiters[5] = {'/', '/', ' ', ':', ':'};
   size_t pos = date;
   for (int i = 0; i < 6; ++i) {
-    fields[i] = read_decimal(lease, pos);
+    fields[i] = static_cast<int32_t>(text::read_decimal(lease, pos, text::Overflow::kWrap32));
     if (i == 5) break;
     size_t delimiter = lease.find(delimiters[i], pos);
     if (delimiter == npos) return false;

@@ -11,27 +11,11 @@
 #include "collectors/collectors.h"
 #include "collectors/scan_context.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
 // ------------------------------------------------------------- helpers
-
-std::vector<std::string> split_fields(const std::string& text, char delimiter) {
-  std::vector<std::string> fields;
-  size_t pos = 0;
-  while (pos < text.size()) {
-    const size_t start = text.find_first_not_of(delimiter, pos);
-    if (start == std::string::npos) break;
-    const size_t end = text.find(delimiter, start);
-    if (end == std::string::npos) {
-      fields.push_back(text.substr(start));
-      break;
-    }
-    fields.push_back(text.substr(start, end - start));
-    pos = end;
-  }
-  return fields;
-}
 
 uint64_t file_size(HostAccess& host, const std::string& path) {
   // A directory opens for reading too, but its "end" is not a byte count.
@@ -42,9 +26,7 @@ uint64_t file_size(HostAccess& host, const std::string& path) {
 namespace storage {
 
 int64_t read_decimal(const std::string& text) {
-  // strtoll stops at the nearest limit on overflow instead of wrapping.
-  const long long v = std::strtoll(text.c_str(), nullptr, 10);
-  return static_cast<int64_t>(v);
+  return text::read_decimal(text, 0, text::Overflow::kSaturate64);
 }
 
 bool can_open(HostAccess& host, const std::string& path) {
@@ -52,17 +34,8 @@ bool can_open(HostAccess& host, const std::string& path) {
 }
 
 std::vector<std::string> table_lines(const std::string& output) {
-  std::vector<std::string> lines;
-  const size_t dashes = output.find("--");
-  if (dashes == std::string::npos) return lines;
-  size_t nl = output.find('\n', dashes);
-  while (nl != std::string::npos) {
-    const size_t next = output.find('\n', nl + 1);
-    if (next == std::string::npos) break;
-    lines.push_back(output.substr(nl + 1, next - nl - 1));
-    nl = next;
-  }
-  return lines;
+  return text::lines_after(output, text::kTwoDashes, text::NoMarker::kNoLines,
+                           text::LastLine::kIgnored);
 }
 
 ExtentColumns extent_columns(const std::string& line) {
@@ -210,7 +183,7 @@ void storage::scan_filesystem_line(const std::string& line, zXML* doc, int /*lin
   // Mount point, volume name, UUID, mounted flag, type, size, free. A volume
   // name that is empty or holds a blank changes the count: such lines are
   // left out.
-  const std::vector<std::string> f = split_fields(line, ' ');
+  const std::vector<std::string> f = text::split_fields(line, ' ');
   if (f.size() != 7) return;
 
   float size_bytes = 0;

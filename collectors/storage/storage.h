@@ -16,11 +16,6 @@ struct ScanContext;
 class zXML;
 class ztag;
 
-// Fields of text separated by runs of delimiter. Leading delimiters are
-// skipped; the text after the last delimiter is the last field when it is
-// not empty.
-std::vector<std::string> split_fields(const std::string& text, char delimiter);
-
 // Size of a file in bytes: opened for reading and measured by seeking to its
 // end. 0 when it cannot be opened or is a directory.
 uint64_t file_size(HostAccess& host, const std::string& path);
@@ -95,8 +90,6 @@ bool mentions_controller(const std::string& vmx, const char* prefix, int number)
 // The value of a numbered device's key: device name followed directly by
 // suffix (".present = \"", ".fileName = \"", ...), up to the next quote.
 std::string device_value(const std::string& vmx, const std::string& device, const char* suffix);
-
-std::string upper_text(const std::string& text);
 
 // "00:0c:29:ab" -> "00-0C-29-AB": colons become dashes, the rest upper case.
 std::string mac_text(const std::string& mac);

@@ -11,6 +11,7 @@
 #include "collectors/scan_context.h"
 #include "collectors/storage/storage.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 
 namespace {
@@ -19,12 +20,6 @@ namespace {
 // extent is read as text, but never more than this, so that a flat extent
 // named where a descriptor belongs cannot take the scan's memory.
 constexpr size_t kMaxDescriptorBytes = 16u << 20;
-
-std::string lower(const std::string& text) {
-  std::string out = text;
-  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return out;
-}
 
 // Up to max bytes from the start of a file ("" when it cannot be opened).
 std::string read_head(HostAccess& host, const std::string& path, size_t max) {
@@ -43,7 +38,7 @@ std::string device_value(const std::string& vmx, const std::string& device, cons
 
 DiskFlags create_type_flags(const std::string& create_type) {
   DiskFlags flags;
-  const std::string type = lower(create_type);
+  const std::string type = text::lower_ascii(create_type);
   // A sparse delta on VMFS counts as preallocated: its space is taken from
   // the datastore as the guest writes, block by block.
   if (type == "vmfs") return {1, 1};
@@ -86,7 +81,7 @@ std::string directory_of(const std::string& path) {
 void storage::scan_vm_disks(ScanContext& ctx, ztag* devices, const std::string& vmx,
                             const char* prefix, const std::string& vmx_dir, uint64_t datastore_free,
                             int& disk_counter) {
-  const std::string interface_name = storage::upper_text(prefix);
+  const std::string interface_name = text::upper_ascii(prefix);
   // Only controllers marked present count, IDE ones included.
   for (int k = 0; k < 15; ++k) {
     if (storage::controller_present(vmx, prefix, k) != "TRUE") continue;
@@ -164,7 +159,7 @@ uint64_t storage::extent_bytes(ScanContext& ctx, const std::string& descriptor,
     nl = next;
     // RW 41943040 VMFS "name-flat.vmdk" [offset]
     if (line.find(".vmdk") == std::string::npos) continue;
-    const std::vector<std::string> fields = split_fields(line, ' ');
+    const std::vector<std::string> fields = text::split_fields(line, ' ');
     if (fields.empty() || (fields[0] != "RW" && fields[0] != "RDONLY")) continue;
     if (provisioned) {
       const int64_t sectors = fields.size() > 1 ? storage::read_decimal(fields[1]) : 0;

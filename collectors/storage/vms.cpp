@@ -11,6 +11,7 @@
 #include "collectors/scan_context.h"
 #include "collectors/storage/storage.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
@@ -21,9 +22,9 @@ std::string vmx_value(const std::string& vmx, const std::string& key) {
 }
 
 std::string mac_text(const std::string& mac) {
-  std::string out = mac;
+  std::string out = text::upper_ascii(mac);
   for (char& c : out) {
-    c = c == ':' ? '-' : static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    if (c == ':') c = '-';
   }
   return out;
 }
@@ -51,12 +52,6 @@ bool mentions_controller(const std::string& vmx, const char* prefix, int number)
 
 std::string controller_present(const std::string& vmx, const char* prefix, int number) {
   return text_between(vmx, format_string("%s%d.present = \"", prefix, number), "\"");
-}
-
-std::string upper_text(const std::string& text) {
-  std::string out = text;
-  for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  return out;
 }
 
 int64_t cpu_count(int64_t total_cores, int64_t cores_per_socket) {
@@ -302,7 +297,7 @@ void storage::scan_vm_cdroms(ztag* devices, const std::string& vmx, const char* 
       const bool autodetect = storage::device_value(vmx, device, ".autodetect = \"") == "TRUE";
       if (file.empty() && !autodetect) continue;
       ztag* cd = devices->child(format_string("cd:%d", ++cd_counter));
-      cd->set_attr("interface", zvalue(storage::upper_text(prefix)));
+      cd->set_attr("interface", zvalue(text::upper_ascii(prefix)));
       cd->set_attr("connection", zvalue(file.empty() ? std::string("auto detect") : file));
     }
   }

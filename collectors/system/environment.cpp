@@ -3,8 +3,8 @@
 
 #include "collectors/collectors.h"
 #include "collectors/scan_context.h"
-#include "collectors/system/text_lines.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
@@ -25,8 +25,8 @@ void add_environment_variable(ztag* top, const std::string& line) {
 }
 
 void record_environment(ztag* top, const std::string& env_output) {
-  for_each_complete_line(env_output,
-                         [top](const std::string& line) { add_environment_variable(top, line); });
+  text::for_each_complete_line(
+      env_output, [top](const std::string& line) { add_environment_variable(top, line); });
 }
 
 void collect_environment(ScanContext& ctx, zXML* doc) {

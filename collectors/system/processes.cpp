@@ -3,14 +3,14 @@
 
 #include "collectors/collectors.h"
 #include "collectors/scan_context.h"
-#include "collectors/system/text_lines.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
 namespace {
 
-const size_t npos = std::string::npos;
+using text::npos;
 
 // Cuts the column that starts at `pos` at the next single blank. Adjacent
 // blanks make empty columns: the listing pads its columns with blanks, and
@@ -35,7 +35,7 @@ void record_processes(ztag* top, const std::string& listing) {
   if (from == npos) return;
 
   unsigned n = 0;
-  for_each_complete_line(
+  text::for_each_complete_line(
       listing,
       [top, &n](const std::string& line) {
         size_t pos = 0;

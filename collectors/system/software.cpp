@@ -7,13 +7,14 @@
 #include "collectors/collectors.h"
 #include "collectors/scan_context.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/INVfile.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
 namespace {
 
-const size_t npos = std::string::npos;
+using text::npos;
 
 // The next blank-separated token of `line` after position `pos` (which is
 // at or before the blank that ends the previous token): from the first
@@ -61,20 +62,10 @@ std::string vib_install_date(const std::string& date) {
   return format_string("%s%s%s000000.000000+000", year.c_str(), month.c_str(), day.c_str());
 }
 
-void record_vib_list(ztag* top, const std::string& text) {
-  if (text.empty()) return;
-  size_t dashes = text.find("---");
-  if (dashes == npos) return;
-  size_t line_start = text.find('\n', dashes);
-  if (line_start == npos) return;
-  ++line_start;
+void record_vib_list(ztag* top, const std::string& listing) {
   // Only lines that end with "\n" are read.
-  for (;;) {
-    size_t line_end = text.find('\n', line_start);
-    if (line_end == npos) break;
-    std::string line = text.substr(line_start, line_end - line_start);
-    line_start = line_end + 1;
-
+  for (const std::string& line : text::lines_after(
+           listing, text::kThreeDashes, text::NoMarker::kNoLines, text::LastLine::kIgnored)) {
     size_t pos = line.find(' ');
     std::string name = line.substr(0, pos);
     std::string version = next_token(line, pos);
