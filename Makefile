@@ -1,5 +1,6 @@
 # Convenience wrapper around CMake for the commands a user types.
 #   make            release build of build/quillscan and build/quillscan-inv
+#   make unit       the unit tests alone: seconds, no root needed
 #   make test       build and run every test, then again under ASan + UBSan,
 #                   then the end-to-end tests against the host binary
 #   make esxi       the binaries for ESX/ESXi hosts, static, stripped, zlib
@@ -37,7 +38,7 @@ install_missing = missing=""; for p in $(1); do \
 	  apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
 	fi
 
-.PHONY: all deps deps-esxi deps-fuzz test test-esxi esxi fuzz bench demo clean
+.PHONY: all deps deps-esxi deps-fuzz unit test test-esxi esxi fuzz bench demo clean
 
 all: deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release
@@ -52,7 +53,15 @@ deps-esxi:
 deps-fuzz:
 	@$(call install_missing,$(FUZZ_PACKAGES))
 
+# Only the unit-test binary is built; ctest runs what is labelled "unit"
+# (the unit tests and the include-direction check).
+unit: deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release
+	cmake --build $(BUILD) -j $(JOBS) --target unit_tests
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -L unit
+
 test: all
+	python3 cmake/check_includes.py .
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DQS_SANITIZE=ON
 	cmake --build $(ASAN_BUILD) -j $(JOBS)

@@ -4,17 +4,6 @@
 #include "host/command.h"
 #include "zxml/tag.h"
 
-std::string short_host_name(const std::string& uname_output) {
-  size_t stop = uname_output.find('.');
-  if (stop == std::string::npos) stop = uname_output.find('\n');
-  return uname_output.substr(0, stop);
-}
-
-std::string query_short_host_name(const char* uname_path) {
-  if (uname_path == nullptr) return std::string();
-  return short_host_name(run_command(shell_quote(uname_path) + " -n"));
-}
-
 std::string choose_ip(const std::vector<AdapterAddress>& addresses, const char* given) {
   if (given != nullptr) {
     for (const AdapterAddress& address : addresses) {

@@ -8,15 +8,8 @@
 
 #include "app/output_file.h"
 #include "app/scanner.h"
+#include "host/host_name.h"
 #include "zxml/INVfile.h"
-
-// The short host name in the output of "uname -n": up to the first ".", or
-// when there is none, up to the first newline.
-std::string short_host_name(const std::string& uname_output);
-
-// Runs "<uname> -n" and returns the short host name. A host without
-// "uname" (null path) has the empty name.
-std::string query_short_host_name(const char* uname_path);
 
 // The IP that identifies the host: the given one when some adapter has
 // it, else the first usable adapter's, else "127.0.0.1". `given` may be null.

@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
   }
 
   CScaner* scanner = new CScaner();
-  if (options.current) scanner->reading = current_reading();
+  if (options.current) scanner->context().reading = current_reading();
   run_scan(scanner, options.silent, false, options.debug,
            options.has_ip ? options.ip.c_str() : nullptr, options.login.c_str(), options.log);
   delete scanner;

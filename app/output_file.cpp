@@ -17,17 +17,6 @@
 
 namespace {
 
-std::string current_directory() {
-  std::vector<char> buffer(4096);
-  while (getcwd(buffer.data(), buffer.size()) == nullptr) {
-    // A directory that cannot be named (removed, or not reachable) leaves
-    // "." so that the file still goes into the current directory.
-    if (errno != ERANGE || buffer.size() > (1u << 20)) return ".";
-    buffer.resize(buffer.size() * 2);
-  }
-  return std::string(buffer.data());
-}
-
 // Permissions as a file opened with fopen(path, "w") gets them: 0666 less
 // the umask (applied by the kernel).
 constexpr mode_t kFileMode = 0666;
@@ -114,12 +103,10 @@ bool create_in_place(const OutputDirectory& dir, const NameSequence& name_for,
 
 }  // namespace
 
-OutputDirectory::OutputDirectory() : OutputDirectory(".") {
-  path_ = current_directory();
-}
+OutputDirectory::OutputDirectory(const std::string& path) : OutputDirectory(path, path) {}
 
-OutputDirectory::OutputDirectory(const std::string& path)
-    : fd_(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), path_(path) {
+OutputDirectory::OutputDirectory(const std::string& path, const std::string& shown)
+    : fd_(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), path_(shown) {
   // Without a descriptor (a directory that cannot be opened) the names are
   // taken relative to the current directory; creating them fails there as
   // it would have in the directory itself.

@@ -10,11 +10,11 @@
 // that renaming it or swapping it for a link later changes nothing.
 class OutputDirectory {
  public:
-  // Opens the current working directory and notes its absolute path (for
-  // the messages); "." when it cannot be named.
-  OutputDirectory();
   // The directory at path, named path in messages.
   explicit OutputDirectory(const std::string& path);
+  // The directory at path, named shown in messages (the current directory
+  // is opened as "." and shown by its absolute name).
+  OutputDirectory(const std::string& path, const std::string& shown);
   ~OutputDirectory();
   OutputDirectory(const OutputDirectory&) = delete;
   OutputDirectory& operator=(const OutputDirectory&) = delete;

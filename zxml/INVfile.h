@@ -68,6 +68,9 @@ class InvFile {
 // Local time t as "%Y%m%d%H%M%S.000000" followed by the sign of the UTC
 // offset and the offset in minutes, unpadded ("...+180", "...-300", "...+0").
 std::string format_timestamp(time_t t);
+// The same text from a broken-down local time and what strftime's "%z"
+// printed for it.
+std::string format_timestamp_parts(const struct tm& local, const std::string& zone);
 
 // Appends the debug run's asset record and compressed raw-text record.
 void add_debug_records(InvFile* file, const char* hostname, const char* ip, const char* mac,

@@ -1,8 +1,6 @@
 // Storage and virtual-machine readings for current releases.
 #include "collectors/storage/storage_current.h"
 
-#include <sys/stat.h>
-
 #include <cctype>
 
 #include "host/header_table.h"
@@ -67,10 +65,9 @@ DiskFlags disk_flags(const std::string& create_type, bool thin) {
   return flags;
 }
 
-uint64_t allocated_bytes(const std::string& path) {
-  struct stat st;
-  if (stat(path.c_str(), &st) != 0 || S_ISDIR(st.st_mode) || st.st_blocks < 0) return 0;
-  return static_cast<uint64_t>(st.st_blocks) * 512u;
+uint64_t allocated_bytes(HostAccess& host, const std::string& path) {
+  const HostRecord::PathInfo info = host.path_info(path);
+  return info.exists && !info.is_dir ? info.allocated : 0;
 }
 
 bool extent_columns_safe(const std::string& line, ExtentColumns* out) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "collectors/storage/storage.h"
+#include "host/host_access.h"
 
 namespace storage {
 
@@ -49,7 +50,7 @@ DiskFlags disk_flags(const std::string& create_type, bool thin);
 
 // Space a file takes on its file system: its allocated blocks times 512.
 // 0 when it cannot be examined or is a directory.
-uint64_t allocated_bytes(const std::string& path);
+uint64_t allocated_bytes(HostAccess& host, const std::string& path);
 
 // The columns of a VMFS extent line when it has all five; false (and no
 // columns) for a line shorter than its columns.

@@ -206,8 +206,8 @@ TEST(CurrentDisks, ControllersThinFlagAndAllocatedSize) {
     EXPECT_EQ(f.preallocated, pre) << type;
     EXPECT_EQ(f.single_file, single) << type;
   }
-  EXPECT_EQ(storage::allocated_bytes("/nonexistent/disk-flat.vmdk"), 0u);
-  EXPECT_EQ(storage::allocated_bytes("/tmp"), 0u);  // a directory
+  EXPECT_EQ(storage::allocated_bytes(live_host(), "/nonexistent/disk-flat.vmdk"), 0u);
+  EXPECT_EQ(storage::allocated_bytes(live_host(), "/tmp"), 0u);  // a directory
 }
 
 TEST(CurrentMalformed, ShortLinesAndZeroCoresPerSocketAreReadSafely) {
