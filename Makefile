@@ -19,7 +19,8 @@ DIST ?= dist
 
 # Debian packages the build and the simulated hosts need.
 DEB_PACKAGES = cmake g++ zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev \
-               python3 iproute2 util-linux procps
+               python3 iproute2 util-linux procps \
+               libsqlite3-dev libssl-dev sqlite3 python3-jsonschema
 # The 32-bit static build (and the check of what it produced).
 ESXI_PACKAGES = cmake g++ g++-multilib lib32z1-dev binutils file
 # libFuzzer with the address and undefined-behaviour sanitizers.

@@ -381,7 +381,7 @@ std::vector<Table> define() {
   t.description = "Installed packages (VIBs).";
   t.path = {"Snapshot", "Software", "Soft:*"};
   t.columns = {
-      T("name", "="),
+      T("name", "=*"),
       T("version", "@version"),
       T("publisher", "@publisher"),
       T("architecture", "@architecture"),
@@ -396,7 +396,7 @@ std::vector<Table> define() {
   t.description = "User accounts of /etc/passwd.";
   t.path = {"Snapshot", "User-accounts", "usr-acc:*"};
   t.columns = {
-      T("name", "="),
+      T("name", "=*"),
       I("uid", "@id"),
       T("uid_text", "@id"),
       I("gid", "@group"),
@@ -429,7 +429,7 @@ std::vector<Table> define() {
   t.description = "The agent's environment variables.";
   t.path = {"Snapshot", "Environment", "env-var:*"};
   t.columns = {
-      T("name", "="),
+      T("name", "=*"),
       T("value", "@value"),
       T("list_separator", "@value~split", "\":\" when the value is a list"),
       F("system", "@system"),
@@ -527,6 +527,7 @@ std::vector<Table> define() {
 struct Source {
   enum What {
     kNone,
+    kNameValue,
     kAttr,
     kAttrMeta,
     kValue,
@@ -581,6 +582,8 @@ Source parse_source(const std::string& s) {
     if (tilde != std::string::npos) src.key = rest.substr(tilde + 1);
   } else if (rest == "=") {
     src.what = Source::kValue;
+  } else if (rest == "=*") {
+    src.what = Source::kNameValue;
   } else if (rest[0] == '~') {
     src.what = Source::kMeta;
     src.key = rest.substr(1);
@@ -647,6 +650,23 @@ const std::string* find_meta(const invread::Annotations& meta, const std::string
   return nullptr;
 }
 
+// The value of an element named "prefix:NAME" (or "prefix:NAME VERSION")
+// whose value is NAME again. The line is split at its first "=", so a NAME
+// holding "=" leaves part of itself in the element's name; the split where
+// the name part repeats the value (and the "version" attribute) is the one
+// the agent wrote.
+std::string recovered_value(const Element& e) {
+  const size_t colon = e.name.find(':');
+  if (colon == std::string::npos) return e.value;
+  const std::string line = e.name.substr(colon + 1) + "=" + e.value;
+  const Attribute* version = find_attr(e, "version");
+  for (size_t p = line.find('='); p != std::string::npos; p = line.find('=', p + 1)) {
+    const std::string value = line.substr(p + 1), name = line.substr(0, p);
+    if (name == value || (version != nullptr && name == value + " " + version->value)) return value;
+  }
+  return e.value;
+}
+
 // The text a source names, or null when it is absent.
 const std::string* resolve(const Source& src, const std::vector<const Element*>& chain,
                            const Attribute* row_attr, std::string* scratch) {
@@ -686,6 +706,9 @@ const std::string* resolve(const Source& src, const std::vector<const Element*>&
     }
     case Source::kValue:
       return &e->value;
+    case Source::kNameValue:
+      *scratch = recovered_value(*e);
+      return scratch;
     case Source::kMeta:
       return find_meta(e->meta, src.key);
     case Source::kSuffix:

@@ -33,6 +33,7 @@ struct Column {
   // Where the value is, relative to the row's element (or attribute):
   //   "@attr"        an attribute's value       "@attr~key"  its annotation
   //   "="            the element's own value    "~key"       its annotation
+  //   "=*"           the value of a "prefix:NAME" element that repeats NAME
   //   "#"            the part of the element's name after the colon
   //   "Child/Sub@a"  descend by exact names first
   //   "^2@a"         go up two elements first
