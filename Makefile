@@ -7,7 +7,8 @@
 #   make test-esxi  end-to-end tests with dist/quillscan as the agent
 #   make fuzz       build the fuzz targets and run each for FUZZ_SECONDS
 #   make bench      build and run the benchmarks
-#   make demo       scan the simulated host esxi67 and show the result
+#   make demo       scan several simulated hosts into $(DEMO_DIR), show one scan,
+#                   export them all to $(DEMO_DIR)/fleet.db, print what to try next
 JOBS ?= $(shell nproc)
 BUILD ?= build
 ASAN_BUILD ?= build-asan
@@ -15,6 +16,7 @@ BENCH_BUILD ?= build-bench
 ESXI_BUILD ?= build-esxi
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
+DEMO_DIR ?= demo-scans
 DIST ?= dist
 
 # Debian packages the build and the simulated hosts need.
@@ -92,7 +94,7 @@ bench: deps
 	@for b in $(BENCH_BUILD)/bench_*; do echo "== $$b"; $$b || exit 1; done
 
 demo: all
-	sim/demo esxi67 $(BUILD)
+	sim/demo $(BUILD) $(DEMO_DIR)
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) $(ESXI_BUILD) $(FUZZ_BUILD) $(DIST)

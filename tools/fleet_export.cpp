@@ -62,7 +62,14 @@ class SqliteWriter : public Writer {
       sql += t.single ? ", PRIMARY KEY (scan_id))" : ", PRIMARY KEY (scan_id, position))";
       sql += t.name == "scans" ? ";" : " WITHOUT ROWID;";
     }
-    sql += "CREATE INDEX IF NOT EXISTS scans_by_host ON scans (host_key, scan_time); COMMIT;";
+    sql +=
+        "CREATE INDEX IF NOT EXISTS scans_by_host ON scans (host_key, scan_time);"
+        // The newest scan of each host (ties broken by scan id), for
+        // fleet-wide queries that should not count history twice.
+        "CREATE VIEW IF NOT EXISTS latest_scans AS SELECT * FROM scans s WHERE scan_id = "
+        "(SELECT t.scan_id FROM scans t WHERE t.host_key = s.host_key "
+        "ORDER BY t.scan_time DESC, t.scan_id DESC LIMIT 1);"
+        "COMMIT;";
     if (!exec(sql, error)) return false;
     for (const Table& t : tables()) {
       std::string ins = "INSERT INTO " + t.name + " VALUES (";

@@ -107,7 +107,7 @@ std::vector<Table> define() {
   t = {};
   t.name = "os";
   t.description = "Operating system and uptime.";
-  t.path = {"Snapshot", "OS", "os:N"};
+  t.path = {"Snapshot", "OS", "os:1"};
   t.columns = {
       T("product", "=", "product and version"),
       T("kind", "~kind"),
@@ -264,7 +264,7 @@ std::vector<Table> define() {
   t = {};
   t.name = "disks";
   t.description = "The VMFS extent's device.";
-  t.path = {"Snapshot", "Storage", "Physical-disks", "HDD:N"};
+  t.path = {"Snapshot", "Storage", "Physical-disks", "HDD:1"};
   t.columns = {
       T("interface", "@interface"),   T("model", "@model"),
       T("fw_rev", "@fw-rev"),         I("size_gb", "@size", "whole gigabytes"),
