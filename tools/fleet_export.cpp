@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -59,8 +60,11 @@ class SqliteWriter : public Writer {
         sql += (i ? ", " : "") + c.name + " " + sql_type(c);
         if (c.name == "scan_id" || c.name == "position") sql += " NOT NULL";
       }
-      sql += t.single ? ", PRIMARY KEY (scan_id))" : ", PRIMARY KEY (scan_id, position))";
-      sql += t.name == "scans" ? ";" : " WITHOUT ROWID;";
+      // Only scans has a key (the scan id, which makes a second import of
+      // a file add nothing). The other tables are plain rowid tables that
+      // rows are appended to, in export order: a key or an index on them
+      // would cost more than the rest of the export together.
+      sql += t.name == "scans" ? ", PRIMARY KEY (scan_id));" : ");";
     }
     sql +=
         "CREATE INDEX IF NOT EXISTS scans_by_host ON scans (host_key, scan_time);"
@@ -122,8 +126,8 @@ class SqliteWriter : public Writer {
           sqlite3_bind_int64(st, k, r[i].i);
           break;
         case Value::kText:
-          sqlite3_bind_text(st, k, r[i].s.data(), static_cast<int>(r[i].s.size()),
-                            SQLITE_TRANSIENT);
+          // The row outlives the step, so SQLite need not copy the text.
+          sqlite3_bind_text(st, k, r[i].s.data(), static_cast<int>(r[i].s.size()), SQLITE_STATIC);
           break;
         default:
           sqlite3_bind_null(st, k);
@@ -154,15 +158,28 @@ class SqliteWriter : public Writer {
   std::map<const Table*, sqlite3_stmt*> insert_;
 };
 
-std::string json_value(const Value& v) {
-  switch (v.kind) {
-    case Value::kInt:
-      return std::to_string(v.i);
-    case Value::kText:
-      return invread::json_string(v.s);
-    default:
-      return "null";
+// Appends a value as JSON. Plain printable ASCII, by far the most common
+// text, is copied as it is; anything else goes through the decoder's JSON
+// string writer.
+void append_json(const Value& v, std::string* out) {
+  if (v.kind == Value::kInt) {
+    char buf[24];
+    out->append(buf, static_cast<size_t>(std::to_chars(buf, buf + sizeof buf, v.i).ptr - buf));
+    return;
   }
+  if (v.kind != Value::kText) {
+    out->append("null");
+    return;
+  }
+  for (unsigned char c : v.s) {
+    if (c < 0x20 || c >= 0x7F || c == '"' || c == '\\') {
+      out->append(invread::json_string(v.s));
+      return;
+    }
+  }
+  out->push_back('"');
+  out->append(v.s);
+  out->push_back('"');
 }
 
 // One file per table in a directory, written under temporary names and
@@ -232,7 +249,11 @@ class TextWriter : public Writer {
   }
 
   bool row(const Table& t, const Row& r, std::string*) override {
-    std::string& s = files_[&t].pending;
+    if (&t != last_table_) {
+      last_table_ = &t;
+      last_pending_ = &files_[&t].pending;
+    }
+    std::string& s = *last_pending_;
     if (csv_) {
       for (size_t i = 0; i < r.size(); ++i) {
         if (i != 0) s += ",";
@@ -240,10 +261,13 @@ class TextWriter : public Writer {
       }
       s += "\r\n";
     } else {
-      s += "{";
+      s += '{';
       for (size_t i = 0; i < r.size(); ++i) {
-        if (i != 0) s += ",";
-        s += "\"" + t.columns[i].name + "\":" + json_value(r[i]);
+        if (i != 0) s += ',';
+        s += '"';
+        s += t.columns[i].name;
+        s += "\":";
+        append_json(r[i], &s);
       }
       s += "}\n";
     }
@@ -270,6 +294,8 @@ class TextWriter : public Writer {
 
   bool csv_;
   std::map<const Table*, Out> files_;
+  const Table* last_table_ = nullptr;
+  std::string* last_pending_ = nullptr;
   std::set<std::string> seen_;
 };
 

@@ -778,20 +778,41 @@ class Mapper {
 
   bool emit(const std::vector<const Element*>& chain, const Attribute* row_attr,
             std::string* error) {
-    Row row;
-    row.reserve(table_->columns.size());
+    // One row buffer for the whole file: its strings keep their capacity,
+    // so a row costs no allocation once the longest values have been seen.
+    row_.resize(table_->columns.size());
     ++position_;
-    std::string scratch;
     for (size_t c = 0; c < table_->columns.size(); ++c) {
       const Column& col = table_->columns[c];
+      Value& v = row_[c];
       if (col.source.empty()) {
-        row.push_back(filled(col.name));
+        fill(col.name, &v);
         continue;
       }
-      const std::string* text = resolve((*sources_)[c], chain, row_attr, &scratch);
-      row.push_back(text ? convert(col.conv, *text) : Value());
+      const std::string* text = resolve((*sources_)[c], chain, row_attr, &scratch_);
+      if (text == nullptr) {
+        v.kind = Value::kNull;
+      } else if (col.conv == Conv::kText) {
+        v.kind = Value::kText;
+        v.s.assign(*text);
+      } else {
+        v = convert(col.conv, *text);
+      }
     }
-    return sink_->row(*table_, row, error);
+    return sink_->row(*table_, row_, error);
+  }
+
+  void fill(const std::string& name, Value* v) const {
+    const std::string* text = name == "scan_id"     ? &file_.scan_id
+                              : name == "host_key"  ? &host_key_
+                              : name == "file_name" ? &file_.file_name
+                                                    : nullptr;
+    if (text != nullptr) {
+      v->kind = Value::kText;
+      v->s.assign(*text);
+    } else {
+      *v = filled(name);
+    }
   }
 
   Value filled(const std::string& name) const {
@@ -810,6 +831,8 @@ class Mapper {
   std::string host_key_;
   const Table* table_ = nullptr;
   const std::vector<Source>* sources_ = nullptr;
+  Row row_;
+  std::string scratch_;
   int64_t position_ = 0;
   int64_t warnings_ = 0;
 };
