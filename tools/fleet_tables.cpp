@@ -1,7 +1,11 @@
+// The table definitions, the mapping of a decoded document to rows, and the
+// conversions of text values to typed ones.
 #include "tools/fleet_tables.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
-#include <ctime>
 
 namespace invtab {
 namespace {
