@@ -10,7 +10,8 @@
 #                   both host binaries compared with the native build
 #   make fuzz       build the fuzz targets and run each for FUZZ_SECONDS
 #   make bench      build and run the benchmarks
-#   make demo       scan the simulated host esxi67 and show the result
+#   make demo       scan several simulated hosts into $(DEMO_DIR), show one scan,
+#                   export them all to $(DEMO_DIR)/fleet.db, print what to try next
 JOBS ?= $(shell nproc)
 BUILD ?= build
 ASAN_BUILD ?= build-asan
@@ -19,11 +20,13 @@ ESXI_BUILD ?= build-esxi
 ESXI64_BUILD ?= build-esxi64
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
+DEMO_DIR ?= demo-scans
 DIST ?= dist
 
 # Debian packages the build and the simulated hosts need.
 DEB_PACKAGES = cmake g++ zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev \
-               python3 iproute2 util-linux procps
+               python3 iproute2 util-linux procps \
+               libsqlite3-dev libssl-dev sqlite3 python3-jsonschema
 # The 32-bit and 64-bit static builds (and the check of what they produced).
 ESXI_PACKAGES = cmake g++ g++-multilib lib32z1-dev zlib1g-dev binutils file
 # libFuzzer with the address and undefined-behaviour sanitizers.
@@ -111,7 +114,7 @@ bench: deps
 	@for b in $(BENCH_BUILD)/bench_*; do echo "== $$b"; $$b || exit 1; done
 
 demo: all
-	sim/demo esxi67 $(BUILD)
+	sim/demo $(BUILD) $(DEMO_DIR)
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) $(ESXI_BUILD) $(ESXI64_BUILD) $(FUZZ_BUILD) $(DIST)
