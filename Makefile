@@ -8,6 +8,7 @@
 #   make test-esxi  end-to-end tests with dist/quillscan as the agent
 #   make fuzz       build the fuzz targets and run each for FUZZ_SECONDS
 #   make bench      build and run the benchmarks
+#   make lint       clang-tidy over the product's sources (.clang-tidy)
 #   make demo       scan the simulated host esxi67 and show the result
 JOBS ?= $(shell nproc)
 BUILD ?= build
@@ -23,6 +24,8 @@ DEB_PACKAGES = cmake g++ zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev \
                python3 iproute2 util-linux procps
 # The 32-bit static build (and the check of what it produced).
 ESXI_PACKAGES = cmake g++ g++-multilib lib32z1-dev binutils file
+# The static checker of "make lint".
+LINT_PACKAGES = cmake clang-tidy-14
 # libFuzzer with the address and undefined-behaviour sanitizers.
 FUZZ_PACKAGES = cmake clang-14 libclang-rt-14-dev zlib1g-dev
 
@@ -35,7 +38,7 @@ install_missing = missing=""; for p in $(1); do \
 	  apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
 	fi
 
-.PHONY: all deps deps-esxi deps-fuzz unit test test-esxi esxi fuzz bench demo clean
+.PHONY: all deps deps-esxi deps-fuzz deps-lint lint unit test test-esxi esxi fuzz bench demo clean
 
 all: deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release
@@ -46,6 +49,9 @@ deps:
 
 deps-esxi:
 	@$(call install_missing,$(ESXI_PACKAGES))
+
+deps-lint:
+	@$(call install_missing,$(LINT_PACKAGES))
 
 deps-fuzz:
 	@$(call install_missing,$(FUZZ_PACKAGES))
@@ -64,6 +70,13 @@ test: all
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ctest --output-on-failure -j $(JOBS)
 	$(MAKE) test-esxi
+
+# Every product source through clang-tidy with the build's compile
+# commands; any finding fails.
+LINT_SOURCES = $(wildcard app/*.cpp zxml/*.cpp host/*.cpp collectors/*/*.cpp summary/*.cpp tools/*.cpp)
+lint: deps deps-lint
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
+	printf '%s\n' $(LINT_SOURCES) | xargs -P $(JOBS) -n 4 clang-tidy-14 -p $(BUILD) --quiet
 
 # The host binary. The static link takes zlib from /usr/lib32/libz.a (see
 # the toolchain file); the result is checked before it is called done.

@@ -260,7 +260,8 @@ storage::VmConfig storage::parse_vmx(const std::string& vmx) {
   for (VmDisk& d : vm_disks(vmx, "ide")) c.disks.push_back(d);
   c.cdroms = vm_cdroms(vmx, "scsi");
   for (VmCdrom& d : vm_cdroms(vmx, "ide")) c.cdroms.push_back(d);
-  // Network adapters in slots 0 to 14.
+  // Compat: network adapters in slots 0 to 14, not 15
+  // (StorageVmConfig.ProcessorsAndAdapterSlots).
   for (int slot = 0; slot < 15; ++slot) {
     const std::string adapter = format_string("ethernet%d", slot);
     if (device_value(vmx, adapter, ".present = \"") != "TRUE") continue;

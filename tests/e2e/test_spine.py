@@ -80,7 +80,9 @@ class ScanTest(unittest.TestCase):
                 (["/silent"], None, "QST-3"),
                 (["-silent", "/ip:10.9.9.9", "/login:a", "-login:ops:1"], None, "QST5"),
                 (["/silently", "--silent", "/SILENT"], "y\n", None),
-                (["/silent", "-ip:10.9.9.9", "/ip:10.130.3.121", "-noname"], None, "QST-3")):
+                # /nocompress changes nothing: the file is compressed all the same.
+                (["/silent", "-ip:10.9.9.9", "/ip:10.130.3.121", "-noname", "/nocompress"], None,
+                 "QST-3")):
             start = time.time()
             r = simlib.scan("esxi67", args, stdin=stdin, workdir=cls.dir, tz=tz)
             cls.runs.append((r, start, time.time()))
