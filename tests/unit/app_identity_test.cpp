@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include "app/identity.h"
-#include "spine_test_support.h"
+#include "test_support.h"
 
 namespace {
 
@@ -44,7 +44,7 @@ TEST(AppIdentity, FileNames) {
     EXPECT_EQ(inventory_file_name(short_host_name(uname_n), mac, copy), file) << uname_n;
   // A link that points nowhere is taken: writing through it would create a
   // file elsewhere. (Numbering past real files: the end-to-end scans.)
-  spine_test::TempDir tmp;
+  test_support::TempDir tmp;
   ASSERT_EQ(symlink("/nonexistent/x.inv", (tmp / "ESX_01_000C29ABCDEF.inv").c_str()), 0);
   std::string name;
   EXPECT_EQ(choose_output_path(tmp.path(), "esx-01", "00-0C-29-AB-CD-EF", &name),
