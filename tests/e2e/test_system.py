@@ -53,12 +53,12 @@ class Esx41SystemTest(unittest.TestCase):
     def test_local_time_east_of_utc(self):
         # Package and scan dates carry the zone's offset in minutes.
         dates = [l.split("=", 1)[1] for l in self.snapshot if l.startswith("inst-date=")]
-        self.assertEqual(len(dates), 24)
+        self.assertEqual(len(dates), 6)
         self.assertTrue(all(d.endswith("+180") for d in dates), dates)
         asset = dict(simlib.attributes(self.asset, 1))
         self.assertTrue(asset["first-scan"].endswith("+180"), asset["first-scan"])
         # ipkg info is asked once per package; procps rejects "-cvu".
-        self.assertEqual(len([c for c in self.result.calls if c.startswith("ipkg_info_")]), 24)
+        self.assertEqual(len([c for c in self.result.calls if c.startswith("ipkg_info_")]), 6)
         self.assertIn("ps_-cvu", self.result.calls)
 
 
