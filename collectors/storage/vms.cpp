@@ -353,10 +353,14 @@ void storage::process_vm(ScanContext& ctx, const std::string& vmx_path, ztag* ma
   const size_t slash = vmx_path.rfind('/');
   directory_totals(ctx.host, vmx_path.substr(0, slash), files.all_bytes, files.disk_bytes);
   const std::string vmx_dir = vmx_path.substr(0, slash == std::string::npos ? 0 : slash + 1);
+  // SCSI disks, then IDE ones (the configuration lists them in that order).
+  std::vector<VmDisk> scsi;
+  std::vector<VmDisk> ide;
+  for (const VmDisk& d : config.disks) (d.interface == "SCSI" ? scsi : ide).push_back(d);
   print_message("~2.\n");
-  files.disks = find_disks(ctx.host, vm_disks(vmx, "scsi"), vmx_dir);
+  files.disks = find_disks(ctx.host, scsi, vmx_dir);
   print_message("~3.\n");
-  for (FoundDisk& d : find_disks(ctx.host, vm_disks(vmx, "ide"), vmx_dir)) files.disks.push_back(d);
+  for (FoundDisk& d : find_disks(ctx.host, ide, vmx_dir)) files.disks.push_back(d);
   print_message("~4.\n");
   print_message("~5.\n");
   print_message("~6.\n");
