@@ -12,6 +12,7 @@
 #   make bench      build and run the benchmarks
 #   make demo       scan several simulated hosts into $(DEMO_DIR), show one scan,
 #                   export them all to $(DEMO_DIR)/fleet.db, print what to try next
+#   make lint       clang-tidy over the product's sources (.clang-tidy)
 JOBS ?= $(shell nproc)
 BUILD ?= build
 ASAN_BUILD ?= build-asan
@@ -29,6 +30,8 @@ DEB_PACKAGES = cmake g++ zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev \
                libsqlite3-dev libssl-dev sqlite3 python3-jsonschema
 # The 32-bit and 64-bit static builds (and the check of what they produced).
 ESXI_PACKAGES = cmake g++ g++-multilib lib32z1-dev zlib1g-dev binutils file
+# The static checker of "make lint".
+LINT_PACKAGES = cmake clang-tidy-14
 # libFuzzer with the address and undefined-behaviour sanitizers.
 FUZZ_PACKAGES = cmake clang-14 libclang-rt-14-dev zlib1g-dev
 
@@ -41,7 +44,7 @@ install_missing = missing=""; for p in $(1); do \
 	  apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
 	fi
 
-.PHONY: all deps deps-esxi deps-fuzz unit test test-esxi esxi fuzz bench demo clean
+.PHONY: all deps deps-esxi deps-fuzz deps-lint lint unit test test-esxi esxi fuzz bench demo clean
 
 all: deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release
@@ -52,6 +55,9 @@ deps:
 
 deps-esxi:
 	@$(call install_missing,$(ESXI_PACKAGES))
+
+deps-lint:
+	@$(call install_missing,$(LINT_PACKAGES))
 
 deps-fuzz:
 	@$(call install_missing,$(FUZZ_PACKAGES))
@@ -70,6 +76,13 @@ test: all
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ctest --output-on-failure -j $(JOBS)
 	$(MAKE) test-esxi
+
+# Every product source through clang-tidy with the build's compile
+# commands; any finding fails.
+LINT_SOURCES = $(wildcard app/*.cpp zxml/*.cpp host/*.cpp collectors/*/*.cpp summary/*.cpp tools/*.cpp)
+lint: deps deps-lint
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
+	printf '%s\n' $(LINT_SOURCES) | xargs -P $(JOBS) -n 4 clang-tidy-14 -p $(BUILD) --quiet
 
 # The host binaries. The static links take zlib from /usr/lib32/libz.a and
 # /usr/lib/x86_64-linux-gnu/libz.a (see the toolchain files); each result is

@@ -21,7 +21,8 @@ std::string choose_mac(const std::vector<AdapterAddress>& addresses, const std::
   for (const AdapterAddress& address : addresses) {
     if (address.ip == ip) return address.mac;
   }
-  // Five groups: the inventory application knows this value as "no MAC".
+  // Compat: five groups, not six: the inventory application knows this
+  // value as "no MAC" (AppIdentity.IpAndMacChoice).
   return "00-00-00-00-00";
 }
 

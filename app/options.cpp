@@ -37,6 +37,8 @@ Options parse_options(int argc, const char* const* argv) {
     } else if (is_one_of(arg, "/noname", "-noname")) {
       // accepted, no effect
     } else if (is_one_of(arg, "/nocompress", "-nocompress")) {
+      // Compat: nothing reads it; the file is always compressed
+      // (test_spine, test_second_third_and_fourth_scan).
       options.compress = false;
     } else if (has_prefix(arg, "/login:") || has_prefix(arg, "-login:")) {
       // Everything after the first colon; the value may hold colons itself.

@@ -189,7 +189,8 @@ ScanDocuments scan_documents(CScaner* scanner, bool silent, const char* ip_optio
   collect_user_accounts(scanner->context(), doc);
   progress(silent, "60%\n");
   scanner->scan_vms(doc);
-  // The launching program expects 70% and 80% here, one after the other.
+  // Compat: 70% and 80% come one after the other around the machine
+  // collector, as the launching program expects (test_spine, silent scan).
   progress(silent, "70%\n");
   progress(silent, "80%\n");
   collect_processes(scanner->context(), doc);

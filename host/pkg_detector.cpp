@@ -26,6 +26,8 @@ void visit_search_dirs(HostAccess& host, const std::string& dir,
     visit(dir);
     return;
   }
+  // Compat: patterns longer than 3 characters are never expanded, so no
+  // tool below /opt is found (HostPkgDetector.SearchOrderAndWildcards).
   if (dir.size() > 3) return;
   const std::string base = dir.substr(0, star);
   const std::string rest = dir.substr(star + 1);

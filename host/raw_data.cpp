@@ -13,7 +13,8 @@ CTextContainer::~CTextContainer() {
 void CTextContainer::add_section(const std::string& title, const std::string& body) {
   char* begin = format_alloc(">>>---Begin of Section: '%s'---<<<", title.c_str());
   char* end = format_alloc(">>>---End of Section: '%s'---<<<", title.c_str());
-  // The first section ends without a newline and every later one with one,
+  // Compat: the first section ends without a newline and every later one
+  // with one (HostTextContainer.FirstSectionHasNoFinalNewlineLaterOnesDo),
   // so from the third section on a blank line precedes each section. The
   // body is text: it ends at its first NUL byte, if any.
   char* text;

@@ -32,7 +32,8 @@ void add_debug_records(InvFile* file, const char* hostname, const char* ip, cons
   top->set_attr("virtual-type", zvalue("nvtPhysical"));
   top->set_attr("scan-type", zvalue("nstNone"));
   top->set_attr("scan-subtype", zvalue("sstNone"));
-  // Set a second time on purpose: it keeps its place after "comment".
+  // Compat: set a second time, so it keeps its place after "comment"
+  // (InvFile.DebugRecords).
   top->set_attr("inv-number", empty);
   top->set_attr("auto-icon-type", zvalue("nitLinDesktop"));
   top->set_attr("icon-type", zvalue("nitLinDesktop"));

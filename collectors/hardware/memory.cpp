@@ -26,6 +26,7 @@ void set_quoted_after(ztag* slot, const char* name, const std::string& device, c
 
 // One device text. Devices without a size (empty sockets) get no node and
 // use no number, so the slot numbers have no gaps.
+// Compat: an empty socket gets no node (HwMemory.DetailedListNumbersOnlyDevicesWithASize).
 void record_device(const std::string& device, ztag* memory, const PortsDictionary& dictionary,
                    int* number, uint64_t* total) {
   const long long megabytes = smbios_size_mb(text_between(device, "Size: ", "\n"));
@@ -64,7 +65,7 @@ void record_memory(const std::string& dump, ztag* top, const PortsDictionary& di
     record_device(dump.substr(cursor), memory, dictionary, &number, &total);
   }
   const std::string bytes =
-      format_string("%llu", static_cast<unsigned long long>(total * kBytesPerMegabyte));
+      format_string("%llu", static_cast<unsigned long long>(total) * kBytesPerMegabyte);
   memory->child("General-Info")
       ->set_attr("physical-memory", zvalue(total), "base-value", bytes.c_str());
 }

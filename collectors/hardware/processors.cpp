@@ -128,10 +128,9 @@ CpuRecord parse_cpu_record(const std::string& block) {
   r.l3_ref = text_between(block, "L3 Cache: ", "\n");
   // Some AMD parts and some firmware report a bogus maximum; the current
   // speed is the better value then.
-  if ((contains(r.name, "Turion") || contains(r.name, "Athlon")) && contains(r.name, "AMD") &&
-      contains(r.name, "II")) {
-    r.max_speed = r.current_speed;
-  } else if (smbios_decimal(r.max_speed) > 10000) {
+  const bool amd_with_bogus_maximum = (contains(r.name, "Turion") || contains(r.name, "Athlon")) &&
+                                      contains(r.name, "AMD") && contains(r.name, "II");
+  if (amd_with_bogus_maximum || smbios_decimal(r.max_speed) > 10000) {
     r.max_speed = r.current_speed;
   }
   return r;

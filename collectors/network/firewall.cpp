@@ -15,10 +15,10 @@ void record_firewall(const std::string& output, ztag* top) {
   // Added on every run, even when one is there already.
   firewall->add_meta("kind", "esx_fw");
 
-  // Rulesets start on the line after the dashes under the header. Without
-  // dashes (or a line end after them) the lines start at the top, so the
-  // header line itself is read as a ruleset. Text after the last "\n" is
-  // not read. Rules are numbered from 0.
+  // Compat: rules are numbered from 0, and without dashes (or a line end
+  // after them) the lines start at the top, so the header line itself is
+  // read as a ruleset (NetDnsAndFirewall.ResolvConfAndRulesets). Text after
+  // the last "\n" is not read.
   int number = 0;
   for (const std::string& line : text::lines_after(
            output, text::kTwoDashes, text::NoMarker::kFromTop, text::LastLine::kIgnored)) {

@@ -279,10 +279,11 @@ void collect_network(ScanContext& ctx, zXML* doc, int esx_major, int /*reserved*
     ctx.addresses.push_back(address);
   }
 
-  // The DNS search position is shared with the adapter pass and not reset
-  // after it: once an adapter has been read it lies past the end of the
-  // text and no server is recorded. Only an adapter-less pass searches
-  // from the top. Kept as the agent has always behaved.
+  // Compat: the DNS search position is shared with the adapter pass and
+  // not reset after it: once an adapter has been read it lies past the end
+  // of the text and no server is recorded; only an adapter-less pass
+  // searches from the top (InProcessScan: no dns-servers on any host with
+  // interfaces; NetDnsAndFirewall.ResolvConfAndRulesets).
   const std::string resolv = read_file(ctx.host, "/etc/resolv.conf");
   if (ctx.reading.dns_always) {
     record_nameservers(parse_nameservers(resolv), doc->top());

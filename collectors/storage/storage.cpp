@@ -196,7 +196,7 @@ void collect_storage(ScanContext& ctx, zXML* doc) {
       run_command(ctx.host, "esxcli storage vmfs extent list"),
       [&ctx](const std::string& name) {
         const std::string device_arg = shell_quote(name);
-        const std::string device =
+        std::string device =
             run_command(ctx.host, "esxcli storage core device list -d " + device_arg);
         // The path list's adapter identifier has no place in the output;
         // the command still runs so that the device is looked up the same

@@ -98,11 +98,14 @@ storage::VmdkDescriptor storage::parse_descriptor(const std::string& text) {
   d.create_type = text_between(text, "createType=\"", "\"");
   d.thin = is_thin_descriptor(text);
   // The extent lines follow the section title, up to an empty line or a
-  // comment; a last line without a line end is not read.
+  // comment; a last line without a line end is not read. The lines are cut
+  // one at a time: the rest of a long descriptor is never copied.
   const size_t section = text.find("# Extent description");
-  if (section == std::string::npos) return d;
-  for (const std::string& line : text::lines_after(
-           text.substr(section), "", text::NoMarker::kNoLines, text::LastLine::kIgnored)) {
+  const size_t first = section == std::string::npos ? section : text.find('\n', section);
+  if (first == std::string::npos) return d;
+  for (size_t start = first + 1, end = text.find('\n', start); end != std::string::npos;
+       start = end + 1, end = text.find('\n', start)) {
+    const std::string line = text.substr(start, end - start);
     if (line.empty() || line[0] == '#') break;
     // RW 41943040 VMFS "name-flat.vmdk" [offset]
     if (line.find(".vmdk") == std::string::npos) continue;

@@ -281,7 +281,8 @@ storage::VmConfig storage::parse_vmx(const std::string& vmx, const ReadingSwitch
   }
   c.cdroms = vm_cdroms(keys, "scsi");
   for (VmCdrom& d : vm_cdroms(keys, "ide")) c.cdroms.push_back(d);
-  // Network adapters in slots 0 to 14.
+  // Compat: network adapters in slots 0 to 14, not 15
+  // (StorageVmConfig.ProcessorsAndAdapterSlots).
   for (int slot = 0; slot < 15; ++slot) {
     const std::string adapter = format_string("ethernet%d", slot);
     if (keys.value(adapter + ".present") != "TRUE") continue;

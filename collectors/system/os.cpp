@@ -60,7 +60,8 @@ void parse_esxcli_version(const std::string& text, OsInfo& info) {
     // The position after "Version: " is taken without checking that the
     // label was found: when it is absent, npos plus the label length wraps
     // around to 8 and the line from offset 8 of the output is appended.
-    // Existing inventories hold names made this way, so it is kept.
+    // Compat: existing inventories hold names made this way
+    // (OsParse.VersionAndTextsPerMajorVersion).
     static const std::string kVersion = "Version: ";
     const size_t start = text.find(kVersion) + kVersion.size();
     const size_t stop = text.find('\n', start);
@@ -114,6 +115,8 @@ void record_os(const OsInfo& info, ztag* top, const char* architecture, const st
   ztag* os = top->child("OS")->child("os:1", zvalue(info.name));
   os->add_meta("kind", "esx");
   os->set_attr("name", zvalue(info.name));
+  // Compat: nothing fills the codename, but its slot stays
+  // (OsParse.VersionAndTextsPerMajorVersion).
   if (!info.codename.empty()) os->set_attr("codename", zvalue(info.codename));
   if (!info.service_pack.empty() && info.service_pack != "0") {
     os->set_attr("service-pack", zvalue(info.service_pack));
@@ -125,9 +128,9 @@ void record_os(const OsInfo& info, ztag* top, const char* architecture, const st
 
 std::string format_uptime_seconds(long long seconds, bool clock_ok) {
   if (!clock_ok || seconds < 0) return format_string("%014lld.000000:000", 0LL);
-  // Past the first minute, 30 seconds are added before the split: this
-  // rounds the minutes and shifts the printed seconds by 30. Inventories
-  // compare against this form, so it is kept.
+  // Compat: past the first minute, 30 seconds are added before the split:
+  // this rounds the minutes and shifts the printed seconds by 30
+  // (OsUptime.CimIntervalWithRoundedMinutes).
   if (seconds > 60 && seconds <= LLONG_MAX - 30) seconds += 30;
   const long long days = seconds / 86400;
   const int hours = static_cast<int>(seconds % 86400 / 3600);

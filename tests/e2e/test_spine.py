@@ -80,7 +80,9 @@ class ScanTest(unittest.TestCase):
                 (["/silent"], None, "QST-3"),
                 (["-silent", "/ip:10.9.9.9", "/login:a", "-login:ops:1"], None, "QST5"),
                 (["/silently", "--silent", "/SILENT"], "y\n", None),
-                (["/silent", "-ip:10.9.9.9", "/ip:10.130.3.121", "-noname"], None, "QST-3")):
+                # /nocompress changes nothing: the file is compressed all the same.
+                (["/silent", "-ip:10.9.9.9", "/ip:10.130.3.121", "-noname", "/nocompress"], None,
+                 "QST-3")):
             start = time.time()
             r = simlib.scan("esxi67", args, stdin=stdin, workdir=cls.dir, tz=tz)
             cls.runs.append((r, start, time.time()))
@@ -105,9 +107,6 @@ class ScanTest(unittest.TestCase):
             "ip-address=10.130.2.121"])
         scan_time = int(dict(attrs)["scan-time"])
         self.assertTrue(scan_time % 1000 == 0 and 0 <= scan_time <= most, scan_time)
-        self.assertEqual(simlib.mask(simlib.branch(lines, "OS")), [
-            "+OS=", "*os:1=VMware ESXi 6.7.0", "~kind=esx", "name=VMware ESXi 6.7.0",
-            "descr=Releasebuild-8169922", "architecture=64-bit", "uptime=" + MASK, "-"])
         # The locator's DHCP-client check runs first, then the OS collector.
         self.assertEqual(r.calls[:4],
                          ["ps_-A", "vmware_-v", "esxcli_system_version_get", "uname_-m"])
@@ -137,17 +136,12 @@ class StartTest(unittest.TestCase):
                          r"Visit our site: .+ & forum: .+\n\Z" % re.escape(HELP))
 
     def test_bare_host(self):
-        # No uname: the file name starts with "_"; the summary falls back on
-        # the kernel's host name.
+        # No uname: the file name starts with "_". (The documents: the
+        # whole-document comparisons.)
         r = simlib.scan("bare", ["/silent"])
         name = "_525400123456.inv"
         self.assertEqual((r.returncode, r.stdout, r.stderr, r.files, r.calls),
                          (0, silent_stdout(name), "", [name], []))
-        self.assertEqual(base_asset(simlib.decode_text(r.path(name), 1)[1:]), asset_lines(
-            ("bare", ""), "192.168.122.50", "52-54-00-12-34-56", ""))
-        self.assertEqual(simlib.mask(simlib.branch(simlib.decode_text(r.path(name), 0), "OS")), [
-            "+OS=", "Warning:1=", "~type=package_not_found", "~pkg_name=uname", "~more=os",
-            "*os:1=", "~kind=esx", "name=", "uptime=" + MASK, "-"])
 
 
 SCANNER = b"Scanner arch: x86\nScanner version: 15.10.19\nInternal Version: 2.7.1804.9764"

@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "app/identity.h"
-#include "spine_test_support.h"
+#include "test_support.h"
 
 namespace {
 
@@ -50,8 +50,8 @@ TEST(AppIdentity, FileNames) {
 // nowhere, a directory) moves the file on to the next one; the file gets
 // the permissions fopen(.., "w") would give and no temporary is left.
 TEST(AppIdentity, NewFileSkipsEveryTakenName) {
-  spine_test::TempDir tmp;
-  spine_test::write_file(tmp / "X.inv", "old");
+  test_support::TempDir tmp;
+  test_support::write_file(tmp / "X.inv", "old");
   ASSERT_EQ(symlink((tmp / "elsewhere").c_str(), (tmp / "X(1).inv").c_str()), 0);
   ASSERT_EQ(mkdir((tmp / "X(2).inv").c_str(), 0755), 0);
   const OutputDirectory dir(tmp.path());
@@ -61,8 +61,8 @@ TEST(AppIdentity, NewFileSkipsEveryTakenName) {
   std::string chosen;
   ASSERT_TRUE(create_new_file(dir, names, "image", &chosen));
   EXPECT_EQ(chosen, "X(3).inv");
-  EXPECT_EQ(spine_test::slurp(tmp / "X(3).inv"), "image");
-  EXPECT_EQ(spine_test::slurp(tmp / "X.inv"), "old");
+  EXPECT_EQ(test_support::slurp(tmp / "X(3).inv"), "image");
+  EXPECT_EQ(test_support::slurp(tmp / "X.inv"), "old");
   EXPECT_EQ(access((tmp / "elsewhere").c_str(), F_OK), -1);
   const mode_t mask = umask(0);
   umask(mask);

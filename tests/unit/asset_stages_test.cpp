@@ -7,8 +7,10 @@
 #include <string>
 
 #include "collectors/hardware/ports_dictionary.h"
-#include "sys_tree_text.h"
+#include "test_support.h"
 #include "zxml/zXML.h"
+
+using test_support::tree_text;
 
 // virtual-type from the system node's model and maker, read only when the
 // host has smbiosDump.

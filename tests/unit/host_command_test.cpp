@@ -4,7 +4,7 @@
 
 #include "host/command.h"
 #include "host/raw_data.h"
-#include "spine_test_support.h"
+#include "test_support.h"
 
 namespace {
 
@@ -18,8 +18,8 @@ std::string pattern(size_t n) {
 // Output and file text byte for byte, across the 512-byte read pieces of
 // a pipe and the 1024-byte pieces of a /proc file (which reports size 0).
 TEST(HostRunCommand, CapturesOutputAndFilesByteExact) {
-  spine_test::TempDir tmp;
-  spine_test::write_file(tmp / "bytes", pattern(5000));
+  test_support::TempDir tmp;
+  test_support::write_file(tmp / "bytes", pattern(5000));
   unsigned long length = 0;
   for (size_t n : {0, 1, 511, 512, 513, 1024, 1025, 5000}) {
     EXPECT_EQ(run_command("head -c " + std::to_string(n) + " " + tmp.path() + "/bytes", &length),
@@ -30,7 +30,7 @@ TEST(HostRunCommand, CapturesOutputAndFilesByteExact) {
   EXPECT_EQ(length, 4u);
   for (const std::string& path :
        {tmp / "bytes", tmp / "absent", tmp.path(), std::string("/proc/self/mountinfo")}) {
-    const std::string expected = path == tmp.path() ? "" : spine_test::slurp(path);
+    const std::string expected = path == tmp.path() ? "" : test_support::slurp(path);
     EXPECT_EQ(read_file(path, &length), expected) << path;
     EXPECT_EQ(length, expected.size());
   }
@@ -38,7 +38,7 @@ TEST(HostRunCommand, CapturesOutputAndFilesByteExact) {
 }
 
 TEST(HostShellQuote, HostileTextReachesTheToolUnchanged) {
-  spine_test::TempDir tmp;
+  test_support::TempDir tmp;
   // "@" stands for a command that leaves a mark when a shell runs it.
   for (std::string text :
        {"vmnic0", "", "two words", "a;@", "$(@)", "`@`", "a|@&", "it's", "'", "''\\''", "\"$HOME\"",

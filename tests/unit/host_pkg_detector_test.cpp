@@ -7,7 +7,7 @@
 #include <random>
 
 #include "host/pkg_detector.h"
-#include "spine_test_support.h"
+#include "test_support.h"
 
 namespace {
 
@@ -39,11 +39,11 @@ TEST(HostNameMatches, ClassicRule) {
 // one-letter entries (not "yy", and never "*" again); "o/*/b" is too long
 // to be searched at all.
 TEST(HostPkgDetector, SearchOrderAndWildcards) {
-  spine_test::TempDir tmp;
+  test_support::TempDir tmp;
   for (const char* d : {"a", "b", "c", "c/env.d", "o", "o/p", "o/p/b", "w", "w/x", "w/yy", "w/*"})
     mkdir((tmp / d).c_str(), 0755);
   for (const char* f : {"a/lsusb", "b/ls", "c/ls", "c/ps", "o/p/b/df", "w/x/head", "w/yy/uname"})
-    spine_test::write_file(tmp / f, "");
+    test_support::write_file(tmp / f, "");
   char saved[4096];
   ASSERT_TRUE(getcwd(saved, sizeof saved) != nullptr && chdir(tmp.path().c_str()) == 0);
   for (Search search : {Search::kSinglePass, Search::kPerName}) {
@@ -58,18 +58,18 @@ TEST(HostPkgDetector, SearchOrderAndWildcards) {
 // directories of hundreds of entries (one listed but absent): the single
 // pass must give exactly the per-name search's records.
 TEST(HostPkgDetector, SinglePassEqualsPerNameSearch) {
-  spine_test::TempDir tmp;
+  test_support::TempDir tmp;
   std::mt19937 random(20240611);
   std::vector<std::string> dirs;
   for (int d = 0; d < 8; ++d) {
     dirs.push_back(tmp / ("d" + std::to_string(d)));
     if (d == 3 || mkdir(dirs.back().c_str(), 0755) != 0) continue;
     for (int i = 0; i < 300; ++i)
-      spine_test::write_file(dirs.back() + "/" + std::to_string(random()), "");
+      test_support::write_file(dirs.back() + "/" + std::to_string(random()), "");
     for (const std::string& name : PKGDetector::standard_names()) {
       for (const char* variant : {"", ".gz", ".old", "2.1", "2", "x", ".a.C", ".a.b", ".Z", "-x"}) {
         const std::string prefix = random() % 5 == 0 ? "/s." : "/";
-        if (random() % 12 == 0) spine_test::write_file(dirs.back() + prefix + name + variant, "");
+        if (random() % 12 == 0) test_support::write_file(dirs.back() + prefix + name + variant, "");
       }
     }
   }

@@ -9,7 +9,7 @@
 
 #include "collectors/hardware/ports_dictionary.h"
 #include "collectors/hardware/processors.h"
-#include "hw_tree_text.h"
+#include "test_support.h"
 #include "zxml/zXML.h"
 
 namespace {
@@ -20,7 +20,7 @@ std::string processors_text(const std::string& dump, long long packages, long lo
                             long long threads) {
   zXML doc(true, "Snapshot");
   record_processors(dump, CpuCounts{packages, cores, threads}, doc.top(), d);
-  return hw_test::tree_text(doc.top()->find_child("Processors"));
+  return test_support::tree_text(doc.top()->find_child("Processors"));
 }
 
 // A processor block without caches.

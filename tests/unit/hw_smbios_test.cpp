@@ -11,12 +11,12 @@
 #include "collectors/hardware/ports_dictionary.h"
 #include "collectors/hardware/smbios.h"
 #include "collectors/hardware/usb.h"
-#include "hw_tree_text.h"
+#include "test_support.h"
 #include "zxml/zXML.h"
 
 namespace {
 
-using hw_test::tree_text;
+using test_support::tree_text;
 
 // Branch "System" (SMBIOS writer) or "Memory" (memory writer) after dump.
 std::string branch(const char* name, const std::string& dump) {

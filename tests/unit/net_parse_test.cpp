@@ -10,7 +10,7 @@
 
 #include "collectors/network/network.h"
 #include "host/host_access.h"
-#include "hw_tree_text.h"
+#include "test_support.h"
 #include "zxml/zXML.h"
 
 namespace {
@@ -94,7 +94,7 @@ TEST(NetDnsAndFirewall, ResolvConfAndRulesets) {
   record_firewall("Name  Enabled\nsshServer     true\ntrailing     true \ncapital  True\nx true",
                   doc.top());
   EXPECT_EQ(
-      hw_test::tree_text(doc.top()),
+      test_support::tree_text(doc.top()),
       "+Snapshot=\n+Network=\n*dns-servers=\ndns-server:1=10.0.0.2\ndns-server:2=\t10.0.0.3\n"
       "dns-server:3=10.0.0.4 old\ndns-server:4=s 5\ndns-server:5=nameserver 10.0.0.6\n"
       "dns-server:6=10.0.0.6\ndns-server:7=10.0.0.7\n-\n+Security=\n+Firewall=\n~kind=esx_fw\n"

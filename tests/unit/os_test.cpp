@@ -4,12 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include "spine_test_support.h"
+#include "test_support.h"
 
 namespace {
 
 std::string fixture(const std::string& name) {
-  return spine_test::slurp(std::string(QS_FIXTURES) + "/esxi-samples/" + name);
+  return test_support::slurp(std::string(QS_FIXTURES) + "/esxi-samples/" + name);
 }
 
 TEST(OsParse, VersionAndTextsPerMajorVersion) {

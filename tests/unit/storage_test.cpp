@@ -3,46 +3,17 @@
 #include "collectors/storage/storage.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <unistd.h>
 
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <memory>
 #include <stdexcept>
 #include <string>
 
-#include "app/scanner.h"
-#include "hw_tree_text.h"
+#include "test_support.h"
+#include "zxml/zXML.h"
 
 namespace {
 
-using hw_test::tree_text;
-
-std::unique_ptr<CScaner> make_scanner() {
-  return std::make_unique<CScaner>(new PKGDetector({}, {}, false), new PortsDictionary());
-}
-
-// A scratch directory, removed with everything in it at the end.
-struct TempDir {
-  TempDir() {
-    char name[] = "/tmp/qs-storage-test-XXXXXX";
-    if (mkdtemp(name) != nullptr) path = std::string(name) + "/";
-  }
-  ~TempDir() {
-    if (!path.empty()) std::filesystem::remove_all(path);
-  }
-  // Writes text to a file; a larger size extends it sparsely.
-  void write(const std::string& name, const std::string& text, off_t size = -1) const {
-    ASSERT_FALSE(path.empty());
-    std::ofstream(path + name, std::ios::binary) << text;
-    if (size >= 0) {
-      EXPECT_EQ(truncate((path + name).c_str(), size), 0) << name;
-    }
-  }
-  std::string path;
-};
+using test_support::tree_text;
 
 TEST(StorageText, ExtentColumns) {
   // A volume name with a blank shifts every column.
@@ -54,11 +25,10 @@ TEST(StorageText, ExtentColumns) {
 
 // The Logical-disks subtree after scanning lines ("" when there is none).
 std::string scan_lines(const std::vector<std::string>& lines) {
-  auto scanner = make_scanner();
   zXML doc(true, "Snapshot");
   float free_gb = 0, size_gb = 0;
   for (const std::string& line : lines)
-    scanner->scan_filesystem_line(line, &doc, 1, free_gb, size_gb);
+    storage::scan_filesystem_line(line, &doc, 1, free_gb, size_gb);
   const ztag* storage_node = doc.top()->find_child("Storage");
   return storage_node ? tree_text(storage_node->find_child("Logical-disks")) : "";
 }
@@ -103,11 +73,11 @@ TEST(StorageVmConfig, ProcessorsAndAdapterSlots) {
       "ethernet3.generatedAddress = \"00:0c:29:12:34:56\"\n"
       "ethernet14.present = \"TRUE\"\nethernet14.connectionType = \"nat\"\n"
       "ethernet15.present = \"TRUE\"\nethernet15.generatedAddress = \"00:0c:29:ff:ff:ff\"\n";
-  TempDir dir;
-  dir.write("nets.vmx", vmx, 1048576);
-  auto scanner = make_scanner();
+  storage::VmFiles files;
+  files.family = "other";
+  files.all_bytes = 1048576;
   zXML doc(true, "Snapshot");
-  scanner->process_vm(dir.path + "nets.vmx", doc.top()->child("vm:1"), 0);
+  storage::record_vm(doc.top()->child("vm:1"), storage::parse_vmx(vmx), files);
   EXPECT_EQ(tree_text(doc.top()->find_child("vm:1")),
             "+vm:1=nets\n~kind=other\nvm-version=\nvm-guest-os-type=\n"
             "vm-current-stor-size=0.0\n~units=MB\n~base-value=0\n"
@@ -134,12 +104,11 @@ TEST(StorageVmConfig, CdromRules) {
       // The last slot looked at.
       "ide14:14.present = \"TRUE\"\nide14:14.deviceType = \"cdrom-image\"\n"
       "ide14:14.fileName = \"/iso/last.iso\"\n";
-  auto scanner = make_scanner();
   zXML doc(true, "Snapshot");
   ztag* devices = doc.top()->child("Devices");
   int counter = 0;
-  scanner->scan_vm_cdroms(devices, vmx, "scsi", counter);
-  scanner->scan_vm_cdroms(devices, vmx, "ide", counter);
+  storage::scan_vm_cdroms(devices, vmx, "scsi", counter);
+  storage::scan_vm_cdroms(devices, vmx, "ide", counter);
   EXPECT_EQ(tree_text(devices),
             "+Devices=\n*cd:1=\ninterface=SCSI\nconnection=/iso/tools.iso\n"
             "*cd:2=\ninterface=IDE\nconnection=auto detect\n"
@@ -162,32 +131,6 @@ TEST(StorageVmdk, CreateTypeTable) {
     const storage::DiskFlags f = storage::create_type_flags(c.first);
     EXPECT_EQ(std::make_pair(f.preallocated, f.single_file), c.second) << c.first;
   }
-}
-
-std::string descriptor(const char* type, const std::string& extent, const char* parent) {
-  return std::string("# Disk DescriptorFile\nversion=1\ncreateType=\"") + type + "\"\n" +
-         "parentFileNameHint=\"" + parent + "\"\n\n# Extent description\n" + extent + "\n\n";
-}
-
-TEST(StorageVmdk, DeltaCountsItsOwnFilesAndTheBaseSize) {
-  TempDir dir;
-  dir.write("base.vmdk", descriptor("vmfs", "RW 2097152 VMFS \"base-flat.vmdk\"", ""));
-  dir.write("base-flat.vmdk", "", 2147483648);
-  dir.write("d1.vmdk",
-            descriptor("vmfsSparse", "RW 4194304 VMFSSPARSE \"d1-delta.vmdk\"", "base.vmdk"));
-  dir.write("d1-delta.vmdk", "", 16777216);
-  // A chain that loops stops: no base disk, so no max-size and no flags.
-  dir.write("loop.vmdk",
-            descriptor("vmfsSparse", "RW 8 VMFSSPARSE \"d1-delta.vmdk\"", "loop.vmdk"));
-  auto scanner = make_scanner();
-  zXML doc(true, "Snapshot");
-  scanner->read_vmdk(dir.path + "d1.vmdk", doc.top()->child("hdd:1"), true);
-  scanner->read_vmdk(dir.path + "loop.vmdk", doc.top()->child("hdd:2"), true);
-  // The delta's own 16 MB; the base's 1 GB (in GB from exactly 1) and type.
-  EXPECT_EQ(tree_text(doc.top()),
-            "+Snapshot=\n*hdd:1=\ncur-size=16.0\n~units=MB\n~base-value=16777216\n"
-            "max-size=1.00\n~base-value=1073741824\npreallocated=1\nsingle-file=1\n"
-            "*hdd:2=\ncur-size=16.0\n~units=MB\n~base-value=16777216\n-\n");
 }
 
 }  // namespace

@@ -4,8 +4,10 @@
 
 #include "collectors/system/environment.h"
 #include "collectors/system/processes.h"
-#include "sys_tree_text.h"
+#include "test_support.h"
 #include "zxml/zXML.h"
+
+using test_support::tree_text;
 
 TEST(SysProcesses, ColumnsAreCutAtSingleBlanks) {
   zXML doc(true, "Snapshot");

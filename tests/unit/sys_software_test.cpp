@@ -10,10 +10,12 @@
 #include "collectors/collectors.h"
 #include "collectors/system/software.h"
 #include "host/host_access.h"
-#include "sys_tree_text.h"
+#include "test_support.h"
 #include "zxml/zXML.h"
 
 namespace {
+
+using test_support::tree_text;
 
 // Runs fn with the process time zone set to tz, then restores the zone.
 template <typename Fn>

@@ -1,5 +1,5 @@
-// Helpers for the host, app, OS and asset-summary tests: a temporary
-// directory, fake host tools, and the text form of tree nodes.
+// The unit tests' shared helpers: a temporary directory, fake host tools,
+// and the text form of tree nodes.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 
 #include "zxml/tag.h"
 
-namespace spine_test {
+namespace test_support {
 
 // A fresh directory under /tmp, removed with everything in it.
 struct TempDir {
@@ -53,4 +53,9 @@ inline std::string text_of(const ztag* node) {
   return std::string(buffer.get(), node->write_text(buffer.get(), 0, false, false));
 }
 
-}  // namespace spine_test
+// The same for a node that may be missing ("" then).
+inline std::string tree_text(const ztag* node) {
+  return node == nullptr ? std::string() : text_of(node);
+}
+
+}  // namespace test_support
