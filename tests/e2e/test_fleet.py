@@ -232,6 +232,26 @@ class FleetTest(unittest.TestCase):
         self.assertEqual(conn.execute("SELECT file_name FROM scans ORDER BY file_name").fetchall(),
                          [("-",), ("good.inv",)])
 
+    def test_inputs_that_are_not_files_are_refused_without_waiting(self):
+        # A FIFO with no writer would block a plain open for ever; the
+        # timeout turns such a hang into a failure.
+        fifo = os.path.join(simlib.workdir(), "pipe.inv")
+        os.mkfifo(fifo)
+        out = os.path.join(simlib.workdir(), "fifo.db")
+        run = lambda *a: subprocess.run([simlib.decoder()] + list(a), stdout=subprocess.PIPE,
+                                        stderr=subprocess.PIPE, stdin=subprocess.DEVNULL,
+                                        timeout=20)
+        r = run("export", "-o", out, self.files[0], fifo, "/dev/null", self.files[1])
+        self.assertEqual(r.returncode, 1)
+        self.assertEqual(r.stderr.decode(),
+                         "quillscan-inv: %s: not a regular file\n"
+                         "quillscan-inv: /dev/null: not a regular file\n" % fifo)
+        self.assertEqual(sqlite3.connect(out).execute("SELECT count(*) FROM scans").fetchone(),
+                         (2,))
+        r = run("diff", fifo, self.files[0])
+        self.assertEqual(r.returncode, 2)
+        self.assertIn(b"not a regular file", r.stderr)
+
     def test_diff_of_two_scans(self):
         host = os.path.join(simlib.workdir(), "esxi67")
         shutil.copytree(os.path.join(simlib.HOSTS_DIR, "esxi67"), host, symlinks=True)
