@@ -612,8 +612,37 @@ Fill filled_kind(const std::string& name) {
   return Fill::kNone;
 }
 
+bool all_digits(const std::string& s, size_t from);
+
+// A path pattern ("vm:N", "Soft:*", "*", "OS"), parsed once: the walk tries
+// one against every element below the path's last match.
+struct Pattern {
+  enum Kind { kAny, kExact, kNumber, kAnySuffix, kSomeSuffix } kind = kExact;
+  std::string text;  // the whole name, or the prefix up to and with the colon
+
+  explicit Pattern(const std::string& p) : text(p) {
+    const size_t colon = p.find(':');
+    if (p == "*") {
+      kind = kAny;
+    } else if (colon != std::string::npos) {
+      const std::string what = p.substr(colon + 1);
+      kind = what == "N" ? kNumber : what == "*" ? kAnySuffix : kSomeSuffix;
+      text = p.substr(0, colon + 1);
+    }
+  }
+  bool matches(const std::string& name) const {
+    if (kind == kAny) return true;
+    if (kind == kExact) return name == text;
+    if (name.size() < text.size() || name.compare(0, text.size(), text) != 0) return false;
+    if (kind == kNumber) return all_digits(name, text.size());
+    return kind == kAnySuffix || name.size() > text.size();
+  }
+};
+
 struct Compiled {
   std::vector<std::vector<Source>> sources;  // per table, per column
+  std::vector<std::vector<Pattern>> paths;   // per table, per path element
+  std::vector<Pattern> row_attributes;       // per table
   std::vector<std::vector<Fill>> filled;     // per table, per column
 };
 
@@ -629,6 +658,8 @@ const Compiled& compiled() {
       }
       out.sources.push_back(std::move(s));
       out.filled.push_back(std::move(f));
+      out.paths.emplace_back(t.path.begin(), t.path.end());
+      out.row_attributes.emplace_back(t.row_attribute);
     }
     return out;
   }();
@@ -756,6 +787,8 @@ class Mapper {
       table_ = &all[i];
       sources_ = &compiled().sources[i];
       filled_ = &compiled().filled[i];
+      path_ = &compiled().paths[i];
+      row_attribute_ = &compiled().row_attributes[i];
       position_ = 0;
       const Element* top = table_->path[0] == "Snapshot" ? docs_.snapshot : docs_.assetinfo;
       if (top == nullptr) {
@@ -785,12 +818,12 @@ class Mapper {
     if (depth == table_->path.size()) {
       if (table_->row_attribute.empty()) return emit(chain, nullptr, error);
       for (const Attribute& a : chain.back()->attrs) {
-        if (name_matches(table_->row_attribute, a.name) && !emit(chain, &a, error)) return false;
+        if (row_attribute_->matches(a.name) && !emit(chain, &a, error)) return false;
       }
       return true;
     }
     for (const Element& c : chain.back()->children) {
-      if (!name_matches(table_->path[depth], c.name)) continue;
+      if (!(*path_)[depth].matches(c.name)) continue;
       chain.push_back(&c);
       const bool ok = walk(chain, depth + 1, error);
       chain.pop_back();
@@ -865,6 +898,8 @@ class Mapper {
   const Table* table_ = nullptr;
   const std::vector<Source>* sources_ = nullptr;
   const std::vector<Fill>* filled_ = nullptr;
+  const std::vector<Pattern>* path_ = nullptr;
+  const Pattern* row_attribute_ = nullptr;
   Row row_;
   std::string scratch_;
   int64_t position_ = 0;
