@@ -54,7 +54,12 @@ class SqliteWriter : public Writer {
     sqlite3_busy_timeout(db_, 5000);
     // Write-ahead logging: a commit per file without a sync each time; a
     // crash still leaves every committed file and nothing of the others.
-    std::string sql = "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; BEGIN;";
+    // A new database gets 16 KB pages (set before the log mode, which fixes
+    // them): rows are only appended, and larger pages mean fewer page splits
+    // and overflow pages for long texts (measured: about a tenth less time
+    // than 4 KB; 64 KB is slower again).
+    std::string sql =
+        "PRAGMA page_size=16384; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; BEGIN;";
     for (const Table& t : tables()) {
       sql += "CREATE TABLE IF NOT EXISTS " + t.name + " (";
       for (size_t i = 0; i < t.columns.size(); ++i) {

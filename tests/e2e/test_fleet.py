@@ -84,14 +84,20 @@ ROW_KEYWORDS = {"$schema", "title", "description", "type", "properties", "requir
                 "additionalProperties"}
 
 
+# Column schema keywords that do not look at the value beyond its type.
+TYPE_ONLY = {"type", "description", "x-source"}
+
+
 def validate_rows(table_schema, rows):
-    """Validates every row against the table's schema, each distinct set of
-    keys and each distinct value of a column once (the exports hold hundreds
-    of thousands of rows, mostly repeating values)."""
+    """Validates every row against the table's schema: each distinct set of
+    keys once, and each distinct value of a column once, or each type of
+    value once for a column whose schema checks only the type (the exports
+    hold a hundred thousand rows)."""
     unknown = set(table_schema) - ROW_KEYWORDS
     if unknown:
         raise AssertionError("row schema keywords validate_rows does not know: %s" % unknown)
     row_validator = jsonschema.Draft202012Validator(table_schema)
+    type_only = {k for k, p in table_schema["properties"].items() if set(p) <= TYPE_ONLY}
     seen_keys, seen_values = set(), set()
     columns = {}
     for row in rows:
@@ -100,9 +106,10 @@ def validate_rows(table_schema, rows):
             seen_keys.add(keys)
             row_validator.validate(row)
         for k, v in row.items():
-            if (k, type(v), v) in seen_values:
+            seen = (k, type(v)) if k in type_only else (k, type(v), v)
+            if seen in seen_values:
                 continue
-            seen_values.add((k, type(v), v))
+            seen_values.add(seen)
             if k not in columns:
                 columns[k] = jsonschema.Draft202012Validator(table_schema["properties"][k])
             columns[k].validate(v)
@@ -117,18 +124,28 @@ ELEMENT_KEYWORDS = {"type", "required", "additionalProperties", "properties", "i
 def skeleton(value):
     """(value with every string "" and every number 0, and every array's
     items reduced to the distinct ones; a key for that skeleton)."""
-    if value is None or isinstance(value, bool):
-        return value, repr(value)
-    if isinstance(value, str):
+    kind = type(value)
+    if kind is str:
         return "", "s"
-    if isinstance(value, (int, float)):
-        return type(value)(0), type(value).__name__
-    if isinstance(value, list):
-        distinct = dict((k, v) for v, k in map(skeleton, value))
+    if kind is dict:
+        out, keys = {}, []
+        for k, v in value.items():
+            if type(v) is str:
+                out[k] = ""
+                keys.append("%r:s" % k)
+            else:
+                out[k], key = skeleton(v)
+                keys.append("%r:%s" % (k, key))
+        return out, "{%s}" % ",".join(keys)
+    if kind is list:
+        distinct = {}
+        for v in value:
+            sv, key = skeleton(v)
+            distinct.setdefault(key, sv)
         return list(distinct.values()), "[%s]" % ",".join(sorted(distinct))
-    parts = {k: skeleton(v) for k, v in value.items()}
-    return ({k: v for k, (v, _) in parts.items()},
-            "{%s}" % ",".join("%s:%s" % (json.dumps(k), key) for k, (_, key) in sorted(parts.items())))
+    if kind is int or kind is float:
+        return kind(0), kind.__name__
+    return value, repr(value)  # None, True, False
 
 
 def document_skeletons(json_schema, out):
