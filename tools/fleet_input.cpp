@@ -36,10 +36,10 @@ std::string hex(const unsigned char* p, unsigned n) {
 
 constexpr uint64_t kNoLimit = UINT64_MAX;
 // The most of standard input that is copied. The reader refuses a file whose
-// records inflate to more than kMaxInflated bytes, and deflate adds at most
-// 5 bytes per 16 KB stored block to incompressible data, so a sixty-fourth
-// more (with room for the header) is more than any file it accepts; an
-// endless input stops here rather than filling the temporary directory.
+// records inflate to more than kMaxInflated bytes, and deflate makes even
+// incompressible data less than a thousandth larger (zlib's compressBound),
+// so a sixty-fourth more, header included, is more than any file it accepts;
+// an endless input stops here rather than filling the temporary directory.
 constexpr uint64_t kMaxCopy = invread::kMaxInflated + invread::kMaxInflated / 64;
 
 // Reads in from its start to its end, hashing and, when out is given, copying;
