@@ -1,5 +1,6 @@
 // Inputs of the fleet commands: files, directories and standard input, with
 // the SHA-256 that identifies a scan.
+#include <fcntl.h>
 #include <openssl/evp.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,8 +34,17 @@ std::string hex(const unsigned char* p, unsigned n) {
   return out;
 }
 
-// Reads in from its start to its end, hashing and, when out is given, copying.
-bool copy_and_hash(std::FILE* in, std::FILE* out, std::string* hash, uint64_t* size,
+constexpr uint64_t kNoLimit = UINT64_MAX;
+// The most of standard input that is copied. The reader refuses a file whose
+// records inflate to more than kMaxInflated bytes, and deflate makes even
+// incompressible data less than a thousandth larger (zlib's compressBound),
+// so a sixty-fourth more, header included, is more than any file it accepts;
+// an endless input stops here rather than filling the temporary directory.
+constexpr uint64_t kMaxCopy = invread::kMaxInflated + invread::kMaxInflated / 64;
+
+// Reads in from its start to its end, hashing and, when out is given, copying;
+// fails when in holds more than limit bytes.
+bool copy_and_hash(std::FILE* in, std::FILE* out, std::string* hash, uint64_t* size, uint64_t limit,
                    std::string* error) {
   std::unique_ptr<EVP_MD_CTX, DigestDeleter> ctx(EVP_MD_CTX_new());
   if (!ctx || EVP_DigestInit_ex(ctx.get(), EVP_sha256(), nullptr) != 1) {
@@ -47,6 +57,11 @@ bool copy_and_hash(std::FILE* in, std::FILE* out, std::string* hash, uint64_t* s
     const size_t n = std::fread(buf.data(), 1, buf.size(), in);
     if (n > 0) {
       total += n;
+      if (total > limit) {
+        *error = "standard input is larger than " + std::to_string(limit) +
+                 " bytes, more than any inventory file";
+        return false;
+      }
       if (EVP_DigestUpdate(ctx.get(), buf.data(), n) != 1 ||
           (out != nullptr && std::fwrite(buf.data(), 1, n, out) != n)) {
         *error = out != nullptr ? std::string("cannot copy standard input: ") + std::strerror(errno)
@@ -84,12 +99,31 @@ bool InputFile::open(const std::string& name, std::string* hash, uint64_t* size,
   if (name != "-") {
     path_ = name;
     if (hash == nullptr && size == nullptr) return true;
-    std::FILE* f = std::fopen(name.c_str(), "rb");
-    if (f == nullptr) {
+    // As the reader does: O_NONBLOCK so that a FIFO does not wait for a
+    // writer, and anything but a regular file refused before it is read.
+    const int fd = ::open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
       *error = std::strerror(errno);
       return false;
     }
-    const bool ok = copy_and_hash(f, nullptr, hash, size, error);
+    struct stat st;
+    if (fstat(fd, &st) != 0) {
+      *error = std::strerror(errno);
+      ::close(fd);
+      return false;
+    }
+    if (!S_ISREG(st.st_mode)) {
+      *error = "not a regular file";
+      ::close(fd);
+      return false;
+    }
+    std::FILE* f = ::fdopen(fd, "rb");
+    if (f == nullptr) {
+      *error = std::strerror(errno);
+      ::close(fd);
+      return false;
+    }
+    const bool ok = copy_and_hash(f, nullptr, hash, size, kNoLimit, error);
     std::fclose(f);
     return ok;
   }
@@ -112,7 +146,7 @@ bool InputFile::open(const std::string& name, std::string* hash, uint64_t* size,
     *error = std::strerror(errno);
     return false;
   }
-  const bool ok = copy_and_hash(stdin, out, hash, size, error);
+  const bool ok = copy_and_hash(stdin, out, hash, size, kMaxCopy, error);
   if (std::fclose(out) != 0 && ok) {
     *error = std::string("cannot copy standard input: ") + std::strerror(errno);
     return false;

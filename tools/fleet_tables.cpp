@@ -599,8 +599,51 @@ Source parse_source(const std::string& s) {
   return src;
 }
 
+// The columns the exporter fills itself.
+enum class Fill { kNone, kScanId, kPosition, kHostKey, kFileName, kFileSize, kWarnings };
+
+Fill filled_kind(const std::string& name) {
+  if (name == "scan_id") return Fill::kScanId;
+  if (name == "position") return Fill::kPosition;
+  if (name == "host_key") return Fill::kHostKey;
+  if (name == "file_name") return Fill::kFileName;
+  if (name == "file_size") return Fill::kFileSize;
+  if (name == "warnings_count") return Fill::kWarnings;
+  return Fill::kNone;
+}
+
+bool all_digits(const std::string& s, size_t from);
+
+// A path pattern ("vm:N", "Soft:*", "*", "OS"), parsed once: the walk tries
+// one against every element below the path's last match.
+struct Pattern {
+  enum Kind { kAny, kExact, kNumber, kAnySuffix, kSomeSuffix } kind = kExact;
+  std::string text;  // the whole name, or the prefix up to and with the colon
+
+  explicit Pattern(const std::string& p) : text(p) {
+    const size_t colon = p.find(':');
+    if (p == "*") {
+      kind = kAny;
+    } else if (colon != std::string::npos) {
+      const std::string what = p.substr(colon + 1);
+      kind = what == "N" ? kNumber : what == "*" ? kAnySuffix : kSomeSuffix;
+      text = p.substr(0, colon + 1);
+    }
+  }
+  bool matches(const std::string& name) const {
+    if (kind == kAny) return true;
+    if (kind == kExact) return name == text;
+    if (name.size() < text.size() || name.compare(0, text.size(), text) != 0) return false;
+    if (kind == kNumber) return all_digits(name, text.size());
+    return kind == kAnySuffix || name.size() > text.size();
+  }
+};
+
 struct Compiled {
   std::vector<std::vector<Source>> sources;  // per table, per column
+  std::vector<std::vector<Pattern>> paths;   // per table, per path element
+  std::vector<Pattern> row_attributes;       // per table
+  std::vector<std::vector<Fill>> filled;     // per table, per column
 };
 
 const Compiled& compiled() {
@@ -608,8 +651,15 @@ const Compiled& compiled() {
     Compiled out;
     for (const Table& t : tables()) {
       std::vector<Source> s;
-      for (const Column& col : t.columns) s.push_back(parse_source(col.source));
+      std::vector<Fill> f;
+      for (const Column& col : t.columns) {
+        s.push_back(parse_source(col.source));
+        f.push_back(col.source.empty() ? filled_kind(col.name) : Fill::kNone);
+      }
       out.sources.push_back(std::move(s));
+      out.filled.push_back(std::move(f));
+      out.paths.emplace_back(t.path.begin(), t.path.end());
+      out.row_attributes.emplace_back(t.row_attribute);
     }
     return out;
   }();
@@ -630,9 +680,9 @@ bool name_matches(const std::string& pattern, const std::string& name) {
   const size_t colon = pattern.find(':');
   if (colon == std::string::npos) return pattern == name;
   if (name.compare(0, colon + 1, pattern, 0, colon + 1) != 0) return false;
-  const std::string what = pattern.substr(colon + 1);
-  if (what == "N") return all_digits(name, colon + 1);
-  return name.size() > colon + 1 || what == "*";
+  // Compared in place: this runs for every element on every table's path.
+  if (pattern.compare(colon + 1, std::string::npos, "N") == 0) return all_digits(name, colon + 1);
+  return name.size() > colon + 1 || pattern.compare(colon + 1, std::string::npos, "*") == 0;
 }
 
 std::string suffix(const std::string& name) {
@@ -736,6 +786,9 @@ class Mapper {
     for (size_t i = 0; i < all.size(); ++i) {
       table_ = &all[i];
       sources_ = &compiled().sources[i];
+      filled_ = &compiled().filled[i];
+      path_ = &compiled().paths[i];
+      row_attribute_ = &compiled().row_attributes[i];
       position_ = 0;
       const Element* top = table_->path[0] == "Snapshot" ? docs_.snapshot : docs_.assetinfo;
       if (top == nullptr) {
@@ -765,12 +818,12 @@ class Mapper {
     if (depth == table_->path.size()) {
       if (table_->row_attribute.empty()) return emit(chain, nullptr, error);
       for (const Attribute& a : chain.back()->attrs) {
-        if (name_matches(table_->row_attribute, a.name) && !emit(chain, &a, error)) return false;
+        if (row_attribute_->matches(a.name) && !emit(chain, &a, error)) return false;
       }
       return true;
     }
     for (const Element& c : chain.back()->children) {
-      if (!name_matches(table_->path[depth], c.name)) continue;
+      if (!(*path_)[depth].matches(c.name)) continue;
       chain.push_back(&c);
       const bool ok = walk(chain, depth + 1, error);
       chain.pop_back();
@@ -790,43 +843,52 @@ class Mapper {
       const Column& col = table_->columns[c];
       Value& v = row_[c];
       if (col.source.empty()) {
-        fill(col.name, &v);
+        fill((*filled_)[c], &v);
         continue;
       }
       const std::string* text = resolve((*sources_)[c], chain, row_attr, &scratch_);
       if (text == nullptr) {
         v.kind = Value::kNull;
-      } else if (col.conv == Conv::kText) {
-        v.kind = Value::kText;
-        v.s.assign(*text);
       } else {
-        v = convert(col.conv, *text);
+        convert_into(col.conv, *text, &v);
       }
     }
     return sink_->row(*table_, row_, error);
   }
 
-  void fill(const std::string& name, Value* v) const {
-    const std::string* text = name == "scan_id"     ? &file_.scan_id
-                              : name == "host_key"  ? &host_key_
-                              : name == "file_name" ? &file_.file_name
-                                                    : nullptr;
+  void fill(Fill what, Value* v) const {
+    const std::string* text = nullptr;
+    int64_t n = 0;
+    switch (what) {
+      case Fill::kScanId:
+        text = &file_.scan_id;
+        break;
+      case Fill::kHostKey:
+        text = &host_key_;
+        break;
+      case Fill::kFileName:
+        text = &file_.file_name;
+        break;
+      case Fill::kPosition:
+        n = position_;
+        break;
+      case Fill::kFileSize:
+        n = static_cast<int64_t>(file_.size);
+        break;
+      case Fill::kWarnings:
+        n = warnings_;
+        break;
+      case Fill::kNone:
+        v->kind = Value::kNull;
+        return;
+    }
     if (text != nullptr) {
       v->kind = Value::kText;
       v->s.assign(*text);
     } else {
-      *v = filled(name);
+      v->kind = Value::kInt;
+      v->i = n;
     }
-  }
-
-  Value filled(const std::string& name) const {
-    if (name == "scan_id") return Value::text(file_.scan_id);
-    if (name == "position") return Value::integer(position_);
-    if (name == "host_key") return Value::text(host_key_);
-    if (name == "file_name") return Value::text(file_.file_name);
-    if (name == "file_size") return Value::integer(static_cast<int64_t>(file_.size));
-    if (name == "warnings_count") return Value::integer(warnings_);
-    return Value();
   }
 
   const ScanFile& file_;
@@ -835,6 +897,9 @@ class Mapper {
   std::string host_key_;
   const Table* table_ = nullptr;
   const std::vector<Source>* sources_ = nullptr;
+  const std::vector<Fill>* filled_ = nullptr;
+  const std::vector<Pattern>* path_ = nullptr;
+  const Pattern* row_attribute_ = nullptr;
   Row row_;
   std::string scratch_;
   int64_t position_ = 0;
@@ -942,13 +1007,18 @@ std::string Value::display() const {
 }
 
 bool parse_int(const std::string& s, int64_t* out) {
-  const size_t start = !s.empty() && s[0] == '-' ? 1 : 0;
+  const bool negative = !s.empty() && s[0] == '-';
+  const size_t start = negative ? 1 : 0;
   if (!all_digits(s, start) || s.size() - start > 19) return false;
-  errno = 0;
-  char* end = nullptr;
-  const long long v = std::strtoll(s.c_str(), &end, 10);
-  if (errno != 0 || end != s.c_str() + s.size()) return false;
-  *out = v;
+  // Accumulated negatively, so that INT64_MIN fits; overflow is refused.
+  int64_t v = 0;
+  for (size_t i = start; i < s.size(); ++i) {
+    if (__builtin_mul_overflow(v, 10, &v) || __builtin_sub_overflow(v, s[i] - '0', &v)) {
+      return false;
+    }
+  }
+  if (!negative && v == INT64_MIN) return false;
+  *out = negative ? v : -v;
   return true;
 }
 
@@ -990,27 +1060,42 @@ bool interval_to_seconds(const std::string& s, int64_t* out) {
   return true;
 }
 
-Value convert(Conv c, const std::string& text) {
+void convert_into(Conv c, const std::string& text, Value* v) {
   int64_t n = 0;
+  bool ok = false;
   switch (c) {
     case Conv::kText:
-      return Value::text(text);
+      v->kind = Value::kText;
+      v->s.assign(text);
+      return;
+    case Conv::kTime:
+      // Written into the value's own string, which keeps its capacity.
+      ok = timestamp_to_utc(text, &v->s);
+      v->kind = ok ? Value::kText : Value::kNull;
+      return;
     case Conv::kInt:
-      return parse_int(text, &n) ? Value::integer(n) : Value();
+      ok = parse_int(text, &n);
+      break;
     case Conv::kFlag:
-      if (text == "1" || text == "true") return Value::integer(1);
-      if (text == "0" || text == "false") return Value::integer(0);
-      return Value();
+      ok = text == "1" || text == "true" || text == "0" || text == "false";
+      n = text == "1" || text == "true" ? 1 : 0;
+      break;
     case Conv::kBytes:
-      return parse_int(text, &n) && n >= 0 ? Value::integer(n) : Value();
-    case Conv::kTime: {
-      std::string iso;
-      return timestamp_to_utc(text, &iso) ? Value::text(iso) : Value();
-    }
+      ok = parse_int(text, &n) && n >= 0;
+      break;
     case Conv::kInterval:
-      return interval_to_seconds(text, &n) ? Value::integer(n) : Value();
+      ok = interval_to_seconds(text, &n);
+      break;
   }
-  return Value();
+  v->kind = ok ? Value::kInt : Value::kNull;
+  v->i = ok ? n : 0;
+}
+
+Value convert(Conv c, const std::string& text) {
+  Value v;
+  convert_into(c, text, &v);
+  if (v.kind != Value::kText) v.s.clear();
+  return v;
 }
 
 std::string host_key(const Documents& docs) {

@@ -134,6 +134,9 @@ bool parse_int(const std::string& s, int64_t* out);
 bool timestamp_to_utc(const std::string& s, std::string* out);
 bool interval_to_seconds(const std::string& s, int64_t* out);
 Value convert(Conv c, const std::string& text);
+// The same into an existing value, reusing its string (the text of a value
+// that is not text is left unspecified).
+void convert_into(Conv c, const std::string& text, Value* v);
 
 // The host key of a scan: "uuid:" and the SMBIOS UUID, else "mac:" and the
 // summary's MAC address, else "name:" and the host name.

@@ -100,6 +100,13 @@ TEST(FleetTables, Conversions) {
       {{Conv::kInt, "4x"}, "NULL"},
       {{Conv::kInt, ""}, "NULL"},
       {{Conv::kInt, "99999999999999999999"}, "NULL"},
+      {{Conv::kInt, "9223372036854775807"}, "9223372036854775807"},
+      {{Conv::kInt, "9223372036854775808"}, "NULL"},
+      {{Conv::kInt, "-9223372036854775808"}, "-9223372036854775808"},
+      {{Conv::kInt, "-9223372036854775809"}, "NULL"},
+      {{Conv::kInt, "-"}, "NULL"},
+      {{Conv::kInt, "+5"}, "NULL"},
+      {{Conv::kInt, "007"}, "7"},
       {{Conv::kBytes, "52428800"}, "52428800"},
       {{Conv::kBytes, "-1"}, "NULL"},
       {{Conv::kFlag, "true"}, "1"},
@@ -177,6 +184,50 @@ TEST(FleetCli, ExportTwiceDamagedFileAndDiff) {
     EXPECT_EQ(r.find('\n'), r.size() - 1) << args;  // one line
   }
   EXPECT_EQ(run_decoder(dir, "diff --version"), "0|quillscan-inv 15.10.19.0\n|");
+}
+
+// The exact bytes of NDJSON and CSV rows: numbers, NULL, and text that needs
+// escaping (quotes, commas, a control character, UTF-8 and a byte that is
+// not UTF-8).
+TEST(FleetCli, TextExportsExactBytes) {
+  ScratchDir dir;
+  std::string snap = kSnapshot;
+  snap.replace(snap.find("+vm:1=web\n"), 10, "+vm:1=w\"e,b\\ \x01 \xC3\xA9 \xE9\n");
+  invtest::write_all(dir.file("a.inv"), inv_file(snap, kAsset));
+  const std::string nd = dir.file("nd"), csv = dir.file("csv");
+  ASSERT_EQ(
+      run_decoder(dir, "export --format ndjson -o " + nd + " " + dir.file("a.inv")).substr(0, 2),
+      "0|");
+  ASSERT_EQ(
+      run_decoder(dir, "export --format csv -o " + csv + " " + dir.file("a.inv")).substr(0, 2),
+      "0|");
+  const std::string scans = invtest::read_all(nd + "/scans.ndjson");
+  ASSERT_EQ(scans.compare(0, 12, "{\"scan_id\":\""), 0) << scans;
+  const std::string id = scans.substr(12, 64);
+  EXPECT_EQ(
+      invtest::read_all(nd + "/vms.ndjson"),
+      "{\"scan_id\":\"" + id +
+          "\",\"position\":1,\"number\":1,\"display_name\":\"w\\\"e,b\\\\ \\u0001 \xC3\xA9 "
+          "\\u00e9\",\"guest_family\":\"linux\",\"vm_id\":\"7\",\"conf_file\":\"/vmfs/volumes/"
+          "ds1/web/web.vmx\",\"hw_version\":null,\"hw_version_text\":null,\"guest_os\":null,"
+          "\"storage_bytes\":null,\"storage_text\":null,\"size_bytes\":null,\"size_text\":null,"
+          "\"notes\":null,\"state\":1,\"memory_mb\":null,\"memory_text\":\"4x\",\"total_cores\":"
+          "null,\"cpu_count\":null,\"cores_per_cpu\":null}\n"
+          "{\"scan_id\":\"" +
+          id +
+          "\",\"position\":2,\"number\":2,\"display_name\":\"\",\"guest_family\":null,"
+          "\"vm_id\":\"8\",\"conf_file\":null,\"hw_version\":null,\"hw_version_text\":null,"
+          "\"guest_os\":null,\"storage_bytes\":null,\"storage_text\":null,\"size_bytes\":null,"
+          "\"size_text\":null,\"notes\":null,\"state\":null,\"memory_mb\":null,\"memory_text\":"
+          "null,\"total_cores\":null,\"cpu_count\":null,\"cores_per_cpu\":null}\n");
+  EXPECT_EQ(invtest::read_all(csv + "/vms.csv"),
+            "scan_id,position,number,display_name,guest_family,vm_id,conf_file,hw_version,"
+            "hw_version_text,guest_os,storage_bytes,storage_text,size_bytes,size_text,notes,state,"
+            "memory_mb,memory_text,total_cores,cpu_count,cores_per_cpu\r\n" +
+                id +
+                ",1,1,\"w\"\"e,b\\ \x01 \xC3\xA9 "
+                "\xE9\",linux,7,/vmfs/volumes/ds1/web/web.vmx,,,,,,,,,1,,4x,,,\r\n" +
+                id + ",2,2,,,8,,,,,,,,,,,,,,,\r\n");
 }
 
 }  // namespace
