@@ -1,12 +1,10 @@
 # Convenience wrapper around CMake for the commands a user types.
 #   make            release build of build/quillscan and build/quillscan-inv
+#   make unit       the unit tests alone: seconds, no root needed
 #   make test       build and run every test, then again under ASan + UBSan,
 #                   then the end-to-end tests against the host binary
 #   make esxi       the binary for ESX/ESXi hosts: dist/quillscan, static,
-#                   stripped, 32-bit x86, zlib linked in; and the capture
-#                   script dist/quillscan-capture
-#   make capture    only dist/quillscan-capture (for hosts that refuse
-#                   foreign programs; build with build/quillscan-build)
+#                   stripped, 32-bit x86, zlib linked in
 #   make test-esxi  end-to-end tests with dist/quillscan as the agent
 #   make fuzz       build the fuzz targets and run each for FUZZ_SECONDS
 #   make bench      build and run the benchmarks
@@ -22,11 +20,11 @@ DIST ?= dist
 
 # Debian packages the build and the simulated hosts need.
 DEB_PACKAGES = cmake g++ zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev \
-               python3 iproute2 util-linux procps libmd-dev busybox
+               python3 iproute2 util-linux procps
 # The 32-bit static build (and the check of what it produced).
 ESXI_PACKAGES = cmake g++ g++-multilib lib32z1-dev binutils file
 # libFuzzer with the address and undefined-behaviour sanitizers.
-FUZZ_PACKAGES = cmake clang-14 libclang-rt-14-dev zlib1g-dev libmd-dev
+FUZZ_PACKAGES = cmake clang-14 libclang-rt-14-dev zlib1g-dev
 
 # Installs those of the Debian packages $(1) that are missing.
 install_missing = missing=""; for p in $(1); do \
@@ -37,7 +35,7 @@ install_missing = missing=""; for p in $(1); do \
 	  apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
 	fi
 
-.PHONY: all deps deps-esxi deps-fuzz test test-esxi esxi capture fuzz bench demo clean
+.PHONY: all deps deps-esxi deps-fuzz unit test test-esxi esxi fuzz bench demo clean
 
 all: deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release
@@ -52,7 +50,15 @@ deps-esxi:
 deps-fuzz:
 	@$(call install_missing,$(FUZZ_PACKAGES))
 
+# Only the unit-test binary is built; ctest runs what is labelled "unit"
+# (the unit tests and the include-direction check).
+unit: deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release
+	cmake --build $(BUILD) -j $(JOBS) --target unit_tests
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -L unit
+
 test: all
+	python3 cmake/check_includes.py .
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DQS_SANITIZE=ON
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
@@ -61,7 +67,7 @@ test: all
 
 # The host binary. The static link takes zlib from /usr/lib32/libz.a (see
 # the toolchain file); the result is checked before it is called done.
-esxi: deps-esxi capture
+esxi: deps-esxi
 	cmake -S . -B $(ESXI_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/i386-static.cmake \
 	  -DCMAKE_BUILD_TYPE=Release -DQS_STATIC=ON -DQS_TESTS=OFF
 	cmake --build $(ESXI_BUILD) -j $(JOBS) --target quillscan
@@ -70,12 +76,6 @@ esxi: deps-esxi capture
 	@file $(DIST)/quillscan
 	@file $(DIST)/quillscan | grep -q 'ELF 32-bit LSB executable, Intel 80386,.* statically linked,.* stripped$$' \
 	  || { echo "$(DIST)/quillscan is not a static, stripped 32-bit x86 executable" >&2; exit 1; }
-
-# The capture script runs as it is: copied, never generated.
-capture:
-	mkdir -p $(DIST)
-	cp capture/quillscan-capture $(DIST)/quillscan-capture
-	chmod 755 $(DIST)/quillscan-capture
 
 # The whole end-to-end suite with the host binary as the agent; the native
 # build supplies the decoder and the reference for the comparison test.

@@ -1,24 +1,8 @@
 // The host's identity for one scan and the inventory file name.
 #include "app/identity.h"
 
-#include <sys/stat.h>
-
-#include <climits>
-#include <cstdio>
-
 #include "host/command.h"
 #include "zxml/tag.h"
-
-std::string short_host_name(const std::string& uname_output) {
-  size_t stop = uname_output.find('.');
-  if (stop == std::string::npos) stop = uname_output.find('\n');
-  return uname_output.substr(0, stop);
-}
-
-std::string query_short_host_name(const char* uname_path) {
-  if (uname_path == nullptr) return std::string();
-  return short_host_name(run_command(shell_quote(uname_path) + " -n"));
-}
 
 std::string choose_ip(const std::vector<AdapterAddress>& addresses, const char* given) {
   if (given != nullptr) {
@@ -72,27 +56,10 @@ std::string inventory_file_name(const std::string& short_name, const std::string
   return name;
 }
 
-bool path_taken(const std::string& path) {
-  if (FILE* file = open_for_reading(path.c_str())) {
-    fclose(file);
-    return true;
-  }
-  // A symbolic link that cannot be opened (it points nowhere, or somewhere
-  // unreadable) also counts as taken: writing through it could create a
-  // file outside the current directory.
-  struct stat st;
-  return lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode);
-}
-
-std::string choose_output_path(const std::string& dir, const std::string& short_name,
-                               const std::string& mac, std::string* file_name) {
-  std::string name;
-  std::string path;
-  for (int copy = 0;; ++copy) {
-    name = inventory_file_name(short_name, mac, copy);
-    path = dir + "/" + name;
-    if (!path_taken(path) || copy == INT_MAX) break;
-  }
-  if (file_name != nullptr) *file_name = name;
-  return path;
+bool save_inventory(InvFile* file, bool write_flag, const OutputDirectory& dir,
+                    const std::string& short_name, const std::string& mac, std::string* file_name) {
+  const NameSequence name_for = [&](int copy) {
+    return inventory_file_name(short_name, mac, copy);
+  };
+  return create_new_file(dir, name_for, file->build_image(write_flag), file_name);
 }

@@ -6,15 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "app/output_file.h"
 #include "app/scanner.h"
-
-// The short host name in the output of "uname -n": up to the first ".", or
-// when there is none, up to the first newline.
-std::string short_host_name(const std::string& uname_output);
-
-// Runs "<uname> -n" and returns the short host name. A host without
-// "uname" (null path) has the empty name.
-std::string query_short_host_name(const char* uname_path);
+#include "host/host_name.h"
+#include "zxml/INVfile.h"
 
 // The IP that identifies the host: the given one when some adapter has
 // it, else the first usable adapter's, else "127.0.0.1". `given` may be null.
@@ -29,13 +24,11 @@ std::string choose_mac(const std::vector<AdapterAddress>& addresses, const std::
 // name are replaced, so the name never leads out of the directory.
 std::string inventory_file_name(const std::string& short_name, const std::string& mac, int copy);
 
-// True when `path` is taken: it can be opened for reading, or it is a
-// symbolic link (even one that points nowhere).
-bool path_taken(const std::string& path);
-
-// The first inventory file name not taken in `dir`; *file_name receives
-// the name alone, the result is "<dir>/<name>".
-std::string choose_output_path(const std::string& dir, const std::string& short_name,
-                               const std::string& mac, std::string* file_name);
+// Writes the container's image to the first inventory file name not taken
+// in dir (see create_new_file) and returns true; *file_name receives the
+// name alone. On failure returns false with the name that was to be
+// written, and no file is left.
+bool save_inventory(InvFile* file, bool write_flag, const OutputDirectory& dir,
+                    const std::string& short_name, const std::string& mac, std::string* file_name);
 
 #endif  // QUILLSCAN_APP_IDENTITY_H_

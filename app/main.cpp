@@ -1,5 +1,6 @@
 // Entry point: options, confirmation prompt, standard streams, one scan.
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -24,9 +25,27 @@ void discard_stream(int fd, int flags) {
   }
 }
 
+void ignore_signal(int) {}
+
+// A program that reads the progress lines may close its end of the pipe
+// early (`quillscan /silent | head -1`). A handler that does nothing turns
+// the fatal SIGPIPE into a write that fails with EPIPE; the console output
+// ignores such failures and the scan still writes its file. SIG_IGN would
+// do the same here, but an ignored signal stays ignored across exec in
+// every tool the agent runs, while a handler is reset to the default.
+void survive_closed_output() {
+  struct sigaction action;
+  std::memset(&action, 0, sizeof action);
+  action.sa_handler = ignore_signal;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGPIPE, &action, nullptr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  survive_closed_output();
   const Options options = parse_options(argc, argv);
   if (options.help) {
     print_help(stdout);

@@ -6,37 +6,39 @@
 #include <string>
 #include <vector>
 
-#include "collectors/hardware/ports_dictionary.h"
+#include "collectors/scan_context.h"
+#include "host/host_access.h"
+#include "host/host_record.h"
 #include "host/pkg_detector.h"
 #include "zxml/zXML.h"
-
-struct ifreq;
-
-// One network address of the host: IP text and MAC text ("00-0C-29-...").
-struct AdapterAddress {
-  std::string ip;
-  std::string mac;
-};
 
 extern const char* const kVersionMajor;  // "15.10"
 extern const char* const kVersionBuild;  // "19"
 
+// The scanner: owns the tool locator, the dictionaries and the scan
+// context the collectors share. Its collector members forward to the
+// collectors' own functions.
 class CScaner {
  public:
   CScaner();
+  // A scanner of another host (not owned; it must outlive the scanner).
+  explicit CScaner(HostAccess& host);
   // For tests: a scanner over a locator and dictionary built elsewhere
-  // (takes ownership of both).
+  // (takes ownership of both), on the live host or another one.
   CScaner(PKGDetector* detector, PortsDictionary* dictionary);
+  CScaner(PKGDetector* detector, PortsDictionary* dictionary, HostAccess& host);
   virtual ~CScaner();
   CScaner(const CScaner&) = delete;
   CScaner& operator=(const CScaner&) = delete;
 
+  // What the collectors see of this scanner.
+  ScanContext& context();
+
   // --- network adapters, DNS, DHCP
   void scan_network(zXML* doc, int esx_major, int reserved);
-  void scan_adapter(int sock, struct ifreq request, const char* name, zXML* doc, int index,
-                    std::string* ip_slot, std::string* mac_slot, int esx_major, int reserved);
-  static bool lease_matches(const std::string& lease, const std::string& ifname,
-                            const std::string& ip);
+  void scan_adapter(const HostRecord::Interface& iface, zXML* doc, int index, std::string* ip_slot,
+                    std::string* mac_slot, int esx_major, int reserved);
+  bool lease_matches(const std::string& lease, const std::string& ifname, const std::string& ip);
 
   // --- firewall rulesets
   void scan_firewall(zXML* doc);
@@ -65,7 +67,7 @@ class CScaner {
                            const char* fs_free, const char* mac, const char* login, int& out,
                            zXML* snapshot);
 
-  std::vector<AdapterAddress> addresses;
+  HostAccess& host;
   bool write_flag = true;
   PKGDetector* detector;
   bool log = false;
@@ -73,7 +75,28 @@ class CScaner {
   bool flag2 = true;
   bool doc_flag = true;
   bool xen_guest = false;
+
+ private:
+  ScanContext context_;
+
+ public:
+  // Filled by the network collector (lives in the context).
+  std::vector<AdapterAddress>& addresses;
 };
+
+// What a normal scan found: the two documents (owned by the caller) and
+// the identity the file name is made of.
+struct ScanDocuments {
+  zXML* snapshot;
+  zXML* asset;
+  std::string short_name;
+  std::string mac;
+};
+
+// A normal scan up to the point where the file is written: every
+// collector, the asset summary and the snapshot's summary attributes.
+ScanDocuments scan_documents(CScaner* scanner, bool silent, const char* ip, const char* login,
+                             bool log);
 
 // Runs one scan (normal or debug) from start to end.
 void run_scan(CScaner* scanner, bool silent, bool reserved, bool debug, const char* ip,

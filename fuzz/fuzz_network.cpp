@@ -6,13 +6,14 @@
 // file and resolv.conf.
 #include "collectors/network/network.h"
 #include "fuzz/fuzz_support.h"
+#include "host/host_access.h"
 
 namespace {
 
 // A fixed "now" (2019-06-01 12:00:00 UTC) keeps runs reproducible.
-time_t fixed_clock() {
-  return 1559390400;
-}
+struct FixedClock : LiveHost {
+  time_t wall_time() override { return 1559390400; }
+};
 
 }  // namespace
 
@@ -38,7 +39,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   adapter.description = nic_description(rest[0], major, mac_colon(mac));
   adapter.type = "Ethernet";
   adapter.route_output = rest[1];
-  adapter.dhcp = lease_matches_at(rest[2], adapter.name, adapter.ip, fixed_clock);
+  static FixedClock clock;
+  adapter.dhcp = lease_matches_at(rest[2], adapter.name, adapter.ip, clock);
 
   zXML doc(true, "Snapshot");
   record_adapter(doc.top(), 1, adapter);

@@ -11,25 +11,13 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::vector<std::string> in = fuzz::split(data, size, 3);
   zXML doc(true, "Snapshot");
-  fuzz::allowing_substr_out_of_range([&] {
-    for (const std::string& line : storage::table_lines(in[0])) {
-      if (line.empty()) continue;
-      const storage::ExtentColumns col = storage::extent_columns(line);
-      ztag* disk = doc.top()->child("Storage")->child("Physical-disks")->child("HDD:1");
-      disk->set_attr("partitions", zvalue(col.partition));
-      disk->set_attr("vmfs-uuid", zvalue(col.uuid));
-    }
-  });
-  // The device list's fields as the collector reads them.
-  const int64_t mb = storage::read_decimal(text_between(in[1], "Size: ", "\n"));
-  storage::truncate_to_int64(static_cast<long double>(mb) * 0.0009765625L);
-  int number = 0;
-  for (const std::string& line : storage::table_lines(in[2])) {
-    if (line.empty()) continue;
-    float free_gb = 0;
-    float size_gb = 0;
-    fuzz::scanner().scan_filesystem_line(line, &doc, ++number, free_gb, size_gb);
-  }
+  std::vector<storage::ExtentRecord> extents;
+  fuzz::allowing_substr_out_of_range(
+      [&] { extents = storage::read_extents(in[0], [&in](const std::string&) { return in[1]; }); });
+  storage::record_physical_disks(doc.top(), extents);
+  double size_gb = 0;
+  double free_gb = 0;
+  storage::record_filesystems(in[2], &doc, &size_gb, &free_gb);
   // The asset summary reads the file systems back.
   asset_storage(doc.top()->child("AssetInfo"), doc.top());
   fuzz::check_document(doc);

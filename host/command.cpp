@@ -7,34 +7,22 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
-#include <vector>
+#include <utility>
 
+#include "host/host_access.h"
 #include "zxml/tag.h"
 
+std::string run_command(HostAccess& host, const std::string& cmdline, unsigned long* out_length) {
+  HostAccess::CommandResult result = host.run(cmdline);
+  if (!result.started) return std::string();
+  if (out_length != nullptr) *out_length = result.output.size();
+  return std::move(result.output);
+}
+
 std::string run_command(const char* cmdline, unsigned long* out_length) {
-  FILE* pipe = popen(cmdline, "r");
-  if (pipe == nullptr) return std::string();
-  std::string output;
-  char buffer[512];
-  unsigned long total = 0;
-  // The first piece is appended even when it is empty; later pieces only
-  // when something was read. fread() is byte-exact, so NUL bytes survive.
-  size_t got = fread(buffer, 1, sizeof buffer, pipe);
-  output.append(buffer, got);
-  total += got;
-  while (!feof(pipe) && !ferror(pipe)) {
-    got = fread(buffer, 1, sizeof buffer, pipe);
-    if (got == 0) continue;
-    output.append(buffer, got);
-    total += got;
-  }
-  pclose(pipe);
-  if (out_length != nullptr) *out_length = total;
-  return output;
+  return run_command(live_host(), cmdline, out_length);
 }
 
 FILE* open_for_reading(const char* path, const char* mode) {
@@ -47,39 +35,15 @@ FILE* open_for_reading(const char* path, const char* mode) {
   return file;
 }
 
-std::string read_file(const char* path, unsigned long* out_length) {
-  if (out_length != nullptr) *out_length = 0;
-  FILE* file = open_for_reading(path);
-  if (file == nullptr) return std::string();
+std::string read_file(HostAccess& host, const std::string& path, unsigned long* out_length) {
   std::string text;
-  // Only a regular file has a meaningful end position: a directory reports
-  // an arbitrary huge one. Anything else is read in pieces.
-  struct stat st;
-  const bool regular = fstat(fileno(file), &st) == 0 && S_ISREG(st.st_mode);
-  off_t size = -1;
-  if (regular && fseeko(file, 0, SEEK_END) == 0) size = ftello(file);
-  if (size > 0 && fseeko(file, 0, SEEK_SET) == 0) {
-    // A regular file: read it in one go. A file that shrank since its size
-    // was taken gives what could be read, never bytes that were not read.
-    const size_t want = static_cast<uint64_t>(size) < kMaxReadFileBytes
-                            ? static_cast<size_t>(size)
-                            : static_cast<size_t>(kMaxReadFileBytes);
-    std::vector<char> buffer(want + 1);
-    const size_t got = fread(buffer.data(), 1, want, file);
-    text.assign(buffer.data(), got);
-  } else {
-    // Files that report size 0 (those under /proc) are read in pieces until
-    // the end, as are FIFOs and devices.
-    rewind(file);
-    char buffer[1025];
-    size_t got;
-    while (text.size() < kMaxReadFileBytes && (got = fread(buffer, 1, 1024, file)) > 0) {
-      text.append(buffer, std::min<size_t>(got, kMaxReadFileBytes - text.size()));
-    }
-  }
-  fclose(file);
+  host.read(path, kMaxReadFileBytes, &text);
   if (out_length != nullptr) *out_length = text.size();
   return text;
+}
+
+std::string read_file(const char* path, unsigned long* out_length) {
+  return read_file(live_host(), path, out_length);
 }
 
 void print_message(const char* format, ...) {

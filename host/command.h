@@ -7,11 +7,15 @@
 #include <cstdio>
 #include <string>
 
+class HostAccess;
 class ztag;
 
 // Runs cmdline through the shell and returns its whole standard output,
 // byte-exact (NUL bytes included). *out_length receives the byte count; it
 // is left untouched when the command cannot be started.
+std::string run_command(HostAccess& host, const std::string& cmdline,
+                        unsigned long* out_length = nullptr);
+// The same on the live host.
 std::string run_command(const char* cmdline, unsigned long* out_length = nullptr);
 inline std::string run_command(const std::string& cmdline, unsigned long* out_length = nullptr) {
   return run_command(cmdline.c_str(), out_length);
@@ -31,6 +35,9 @@ constexpr unsigned long kMaxReadFileBytes = 64ul << 20;
 
 // Reads a whole file (also /proc files that report size 0), up to
 // kMaxReadFileBytes. A file that cannot be opened gives "" and length 0.
+std::string read_file(HostAccess& host, const std::string& path,
+                      unsigned long* out_length = nullptr);
+// The same on the live host.
 std::string read_file(const char* path, unsigned long* out_length = nullptr);
 inline std::string read_file(const std::string& path, unsigned long* out_length = nullptr) {
   return read_file(path.c_str(), out_length);

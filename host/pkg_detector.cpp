@@ -4,14 +4,12 @@
 // name, with the same results.
 #include "host/pkg_detector.h"
 
-#include <dirent.h>
-#include <sys/stat.h>
-
 #include <array>
 #include <cstring>
 #include <functional>
 
 #include "host/command.h"
+#include "host/host_access.h"
 
 namespace {
 
@@ -21,7 +19,7 @@ namespace {
 // and then only with entries whose name length plus the pattern length is
 // at most 4; longer patterns (all the standard ones, e.g. "/opt/*/bin") are
 // never searched, so no tool below /opt is ever found.
-void visit_search_dirs(const std::string& dir,
+void visit_search_dirs(HostAccess& host, const std::string& dir,
                        const std::function<void(const std::string&)>& visit) {
   const size_t star = dir.find('*');
   if (star == std::string::npos) {
@@ -31,21 +29,19 @@ void visit_search_dirs(const std::string& dir,
   if (dir.size() > 3) return;
   const std::string base = dir.substr(0, star);
   const std::string rest = dir.substr(star + 1);
-  DIR* dp = opendir(base.c_str());
-  if (dp == nullptr) return;
-  while (struct dirent* ent = readdir(dp)) {
-    const char* name = ent->d_name;
+  std::vector<HostRecord::DirEntry> entries;
+  if (!host.list_dir(base, &entries)) return;
+  for (const HostRecord::DirEntry& ent : entries) {
+    const char* name = ent.name.c_str();
     if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) continue;
     if (std::strlen(name) + dir.size() > 4) continue;
     // An entry whose own name holds "*" would re-create the pattern and
     // expand forever; such entries are skipped.
     if (std::strchr(name, '*') != nullptr) continue;
     const std::string candidate = base + name;
-    struct stat st;
-    if (stat(candidate.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) continue;
-    visit_search_dirs(candidate + rest, visit);
+    if (!host.path_info(candidate).is_dir) continue;
+    visit_search_dirs(host, candidate + rest, visit);
   }
-  closedir(dp);
 }
 
 bool ends_with(const char* text, size_t length, const char* suffix) {
@@ -59,14 +55,21 @@ bool is_digit(char c) {
 
 }  // namespace
 
-PKGDetector::PKGDetector() : dirs_(standard_dirs()) {
+PKGDetector::PKGDetector() : PKGDetector(live_host()) {}
+
+PKGDetector::PKGDetector(HostAccess& host) : host_(&host), dirs_(standard_dirs()) {
   register_single_pass(standard_names());
   run_dhcp_check();
 }
 
 PKGDetector::PKGDetector(const std::vector<std::string>& dirs,
                          const std::vector<std::string>& names, bool dhcp_check, Search search)
-    : dirs_(dirs) {
+    : PKGDetector(dirs, names, dhcp_check, search, live_host()) {}
+
+PKGDetector::PKGDetector(const std::vector<std::string>& dirs,
+                         const std::vector<std::string>& names, bool dhcp_check, Search search,
+                         HostAccess& host)
+    : host_(&host), dirs_(dirs) {
   if (search == Search::kSinglePass) {
     register_single_pass(names);
   } else {
@@ -118,13 +121,13 @@ bool PKGDetector::add_tool(const std::string& name) {
   // first: earliest directory, and within it the earliest entry read.
   std::vector<std::string> found;
   for (const std::string& dir : dirs_) {
-    visit_search_dirs(dir, [&](const std::string& concrete) {
-      DIR* dp = opendir(concrete.c_str());
-      if (dp == nullptr) return;
-      while (struct dirent* ent = readdir(dp)) {
-        if (name_matches(name.c_str(), ent->d_name)) found.push_back(concrete + "/" + ent->d_name);
+    visit_search_dirs(*host_, dir, [&](const std::string& concrete) {
+      std::vector<HostRecord::DirEntry> entries;
+      if (!host_->list_dir(concrete, &entries)) return;
+      for (const HostRecord::DirEntry& ent : entries) {
+        if (name_matches(name.c_str(), ent.name.c_str()))
+          found.push_back(concrete + "/" + ent.name);
       }
-      closedir(dp);
     });
   }
   if (found.empty()) return false;
@@ -163,12 +166,12 @@ void PKGDetector::register_single_pass(const std::vector<std::string>& names) {
   };
 
   for (const std::string& dir : dirs_) {
-    visit_search_dirs(dir, [&](const std::string& concrete) {
+    visit_search_dirs(*host_, dir, [&](const std::string& concrete) {
       if (remaining == 0) return;
-      DIR* dp = opendir(concrete.c_str());
-      if (dp == nullptr) return;
-      while (struct dirent* ent = readdir(dp)) {
-        const char* entry = ent->d_name;
+      std::vector<HostRecord::DirEntry> entries;
+      if (!host_->list_dir(concrete, &entries)) return;
+      for (const HostRecord::DirEntry& ent : entries) {
+        const char* entry = ent.name.c_str();
         try_names(empty_names, concrete, entry);
         // Candidates by the first character, then by the character after
         // each leading "s." ("s.s.ps" gives 's' and 'p'; a repeated key is
@@ -181,7 +184,6 @@ void PKGDetector::register_single_pass(const std::vector<std::string>& names) {
           if (p[0] != 's' || p[1] != '.') break;
         }
       }
-      closedir(dp);
     });
   }
 
@@ -195,7 +197,8 @@ void PKGDetector::run_dhcp_check() {
   if (!has_tool("ps")) return;
   // The path is the host's own directory entry name: quoted, so that no
   // character in it can change the command.
-  const std::string output = run_command(shell_quote(tool_path("ps")) + " -A | grep dhclient");
+  const std::string output =
+      run_command(*host_, shell_quote(tool_path("ps")) + " -A | grep dhclient");
   if (output.find("dhclient") != std::string::npos) dhclient_running_ = true;
 }
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+class HostAccess;
+
 class PKGDetector {
  public:
   // One found tool: the name as registered and the full path of its first
@@ -23,10 +25,14 @@ class PKGDetector {
   // Searches the standard directories for the standard tool names, then
   // runs the DHCP-client check.
   PKGDetector();
+  // The same on another host.
+  explicit PKGDetector(HostAccess& host);
   // For tests and benchmarks: search `dirs` instead of the standard list,
   // register `names`, and run the DHCP check only when asked.
   PKGDetector(const std::vector<std::string>& dirs, const std::vector<std::string>& names,
               bool dhcp_check, Search search = Search::kSinglePass);
+  PKGDetector(const std::vector<std::string>& dirs, const std::vector<std::string>& names,
+              bool dhcp_check, Search search, HostAccess& host);
   virtual ~PKGDetector();
   PKGDetector(const PKGDetector&) = delete;
   PKGDetector& operator=(const PKGDetector&) = delete;
@@ -52,6 +58,7 @@ class PKGDetector {
   void register_single_pass(const std::vector<std::string>& names);
   void run_dhcp_check();
 
+  HostAccess* host_;
   bool dhclient_running_ = false;
   std::vector<Tool> tools_;
   std::vector<std::string> dirs_;

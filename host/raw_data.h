@@ -5,8 +5,6 @@
 
 #include <string>
 
-class CScaner;
-
 class CTextContainer {
  public:
   CTextContainer() = default;
@@ -23,8 +21,5 @@ class CTextContainer {
   char* text_ = nullptr;
   unsigned long length_ = 0;
 };
-
-// Gathers every raw-output section; returns a new[] buffer the caller frees.
-char* collect_raw_data(CScaner* scanner, unsigned long* out_length, bool silent, int esx_major);
 
 #endif  // QUILLSCAN_HOST_RAW_DATA_H_

@@ -3,10 +3,11 @@
 // their first-setting order is the output order of the attributes.
 #include "summary/asset_info.h"
 
-#include "app/identity.h"
-#include "app/scanner.h"
 #include "collectors/collectors.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
+#include "host/host_name.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
@@ -18,15 +19,13 @@ bool is_blank(char c) {
 
 // Stage markers, printed only for a log run.
 void mark(const AssetBuild& b, const char* marker) {
-  if (b.scanner->log) print_message("%s", marker);
+  if (b.ctx->log) print_message("%s", marker);
 }
 
-void set_text(ztag* node, const char* name, const std::string& text) {
-  node->set_attr(name, zvalue(text));
-}
+using text::set_text;
 
 bool has_tool(const AssetBuild& b, const char* name) {
-  return b.scanner->detector->has_tool(name);
+  return b.ctx->tools.has_tool(name);
 }
 
 ztag* snapshot_top(const AssetBuild& b) {
@@ -43,9 +42,10 @@ void stage_host_and_ip(AssetBuild& b) {
 // 2: address kind and the kernel's host name. The address counts as
 // dynamic only when a DHCP client runs and Samba names the host.
 void stage_static_ip_and_names(AssetBuild& b) {
-  const bool dynamic = b.scanner->detector->dhclient_running() && b.netbios_found;
+  const bool dynamic = b.ctx->tools.dhclient_running() && b.netbios_found;
   set_text(b.asset, "static-ip", dynamic ? "0" : "1");
-  const std::string short_name = query_short_host_name(b.scanner->detector->tool_path("uname"));
+  const std::string short_name =
+      query_short_host_name(b.ctx->host, b.ctx->tools.tool_path("uname"));
   set_text(b.asset, "int-name", short_name);
   set_text(b.asset, "alias", short_name);
   if (!b.netbios_found) set_text(b.asset, "hostname", short_name);
@@ -58,19 +58,19 @@ void stage_user(AssetBuild& b) {
   set_text(b.asset, "comment", "");
   set_text(b.asset, "inv-number", "");
   set_text(b.asset, "login", b.login);
-  set_text(b.asset, "user-name", first_line(run_command("whoami")));
+  set_text(b.asset, "user-name", first_line(run_command(b.ctx->host, "whoami")));
   mark(b, "3.\n");
 }
 
 // 4: what kind of asset this is, and whether it is a virtual machine.
 void stage_classification(AssetBuild& b) {
-  asset_classification(b.asset, snapshot_top(b), has_tool(b, "smbiosDump"), b.scanner->xen_guest);
+  asset_classification(b.asset, snapshot_top(b), has_tool(b, "smbiosDump"), b.ctx->xen_guest);
   mark(b, "4.\n");
 }
 
 // 5: how the asset was scanned, and when.
 void stage_scan_types(AssetBuild& b) {
-  char* now = format_cim_datetime(-1);
+  char* now = format_cim_datetime(b.ctx->host, -1);
   asset_scan_types(b.asset, now);
   delete[] now;
   mark(b, "5.\n");
@@ -93,7 +93,8 @@ void stage_uuid(AssetBuild& b) {
 // 8: the serial number; the dump is read once more here, and the board and
 // chassis makers found in it are kept for stage 11.
 void stage_serial(AssetBuild& b) {
-  if (has_tool(b, "smbiosDump")) b.smbios = read_smbios_identity(run_command("smbiosDump"));
+  if (has_tool(b, "smbiosDump"))
+    b.smbios = read_smbios_identity(run_command(b.ctx->host, "smbiosDump"));
   asset_serial(b.asset, b.smbios);
   mark(b, "8.\n");
 }
@@ -109,7 +110,7 @@ void stage_os(AssetBuild& b) {
 
 // 10: the processors. The sub-stage markers carry no final dot.
 void stage_processor(AssetBuild& b) {
-  asset_processor(b.asset, snapshot_top(b), *b.scanner->dictionary);
+  asset_processor(b.asset, snapshot_top(b), b.ctx->dictionary);
   mark(b, "10.\n");
   mark(b, "10.1\n");
   mark(b, "10.2\n");
@@ -151,7 +152,8 @@ void stage_firewall(AssetBuild& b) {
 // Last: a host that neither Samba nor uname names (no uname tool) is
 // named by its kernel, so the inventory never shows an asset without a name.
 void stage_hostname_fallback(AssetBuild& b) {
-  asset_hostname_fallback(b.asset, [] { return run_command("cat /proc/sys/kernel/hostname"); });
+  asset_hostname_fallback(
+      b.asset, [&b] { return run_command(b.ctx->host, "cat /proc/sys/kernel/hostname"); });
 }
 
 using Stage = void (*)(AssetBuild&);
@@ -199,13 +201,13 @@ void build_asset_info(AssetBuild& b) {
   for (Stage stage : kStages) stage(b);
 }
 
-zXML* CScaner::collect_asset_info(const char* ip, const char* physical, const char* fs_size,
-                                  const char* fs_free, const char* mac, const char* login, int& out,
-                                  zXML* snapshot) {
+zXML* collect_asset_info(ScanContext& ctx, bool doc_flag, const char* ip, const char* physical,
+                         const char* fs_size, const char* fs_free, const char* mac,
+                         const char* login, int& out, zXML* snapshot) {
   out = 0;
   zXML* doc = new zXML(doc_flag, "AssetInfo");
   AssetBuild b;
-  b.scanner = this;
+  b.ctx = &ctx;
   b.snapshot = snapshot;
   // Absent texts count as empty.
   auto text = [](const char* value) { return value != nullptr ? value : ""; };
@@ -216,9 +218,9 @@ zXML* CScaner::collect_asset_info(const char* ip, const char* physical, const ch
   b.mac = text(mac);
   b.login = text(login);
   b.asset = doc->top();
-  if (log) print_message("Collecting Asset Info data...\n");
-  b.smb_conf = read_file("/etc/samba/smb.conf");
+  if (ctx.log) print_message("Collecting Asset Info data...\n");
+  b.smb_conf = read_file(ctx.host, "/etc/samba/smb.conf");
   build_asset_info(b);
-  if (log) print_message("End Collecting Asset Info data..\n");
+  if (ctx.log) print_message("End Collecting Asset Info data..\n");
   return doc;
 }

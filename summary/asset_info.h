@@ -7,13 +7,13 @@
 
 #include "summary/asset_stages.h"
 
-class CScaner;
+struct ScanContext;
 class zXML;
 class ztag;
 
 struct AssetBuild {
   // Inputs.
-  CScaner* scanner = nullptr;
+  ScanContext* ctx = nullptr;
   zXML* snapshot = nullptr;  // read, except that the storage stage marks the system disk
   const char* ip = "";
   const char* physical = "";
@@ -30,6 +30,12 @@ struct AssetBuild {
   bool netbios_found = false;  // stage 1 found a "netbios name =" line
   SmbiosIdentity smbios;       // serial and makers read from the SMBIOS dump
 };
+
+// The asset summary collector: a new "AssetInfo" document (owned by the
+// caller) derived from the finished snapshot and the values handed on.
+zXML* collect_asset_info(ScanContext& ctx, bool doc_flag, const char* ip, const char* physical,
+                         const char* fs_size, const char* fs_free, const char* mac,
+                         const char* login, int& out, zXML* snapshot);
 
 // Runs every stage in order on b.asset, with the stage markers when the
 // scanner's log flag is set.

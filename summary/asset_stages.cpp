@@ -8,13 +8,13 @@
 #include "collectors/hardware/ports_dictionary.h"
 #include "collectors/hardware/processors.h"
 #include "collectors/hardware/smbios.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 
 namespace {
 
-void set_text(ztag* node, const char* name, const std::string& text) {
-  node->set_attr(name, zvalue(text));
-}
+using text::contains;
+using text::set_text;
 
 // Follows a path of child names from node; null as soon as one is missing.
 const ztag* find_path(const ztag* node, std::initializer_list<const char*> names) {
@@ -36,15 +36,6 @@ std::string attr_plain_text(const ztag* node, const char* name) {
 std::string node_text(const ztag* node) {
   if (node == nullptr || node->value() == nullptr) return std::string();
   return node->value()->printed();
-}
-
-std::string lower(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return text;
-}
-
-bool contains(const std::string& text, const char* part) {
-  return text.find(part) != std::string::npos;
 }
 
 // The "base-value" annotation of an attribute, read as a byte count; false
@@ -100,8 +91,8 @@ SmbiosIdentity read_smbios_identity(const std::string& dump) {
 }
 
 std::string virtual_type(const std::string& model, const std::string& manuf, bool xen_guest) {
-  const std::string m = lower(model);
-  const std::string v = lower(manuf);
+  const std::string m = text::lower_ascii(model);
+  const std::string v = text::lower_ascii(manuf);
   if (contains(m, "vmware") && contains(v, "vmware")) return "nvtVMware";
   if (contains(m, "virtual") && contains(v, "microsoft")) return "nvtVirtualPC";
   if (contains(m, "virtualbox") && contains(v, "innotek")) return "nvtVirtualBox";

@@ -9,6 +9,9 @@
 //
 // Problems with a file are reported as "quillscan-inv: FILE: what" on
 // standard error with exit status 1; a wrong command line gives status 2.
+// Each record is checked, then printed as it is inflated, so memory does not
+// grow with the file: a bad record stops the output after the records
+// before it.
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -41,16 +44,49 @@ void emit(const std::string& s) {
   std::fwrite(s.data(), 1, s.size(), stdout);
 }
 
-// A record's parsed document, or the error that kept it from parsing.
-bool load_document(invread::InvReader& reader, size_t i, std::string* text, invread::Element* top,
-                   std::vector<invread::Element>* more, std::string* error) {
-  if (!reader.content(i, text, error)) return false;
-  std::string what;
-  if (!invread::parse_document(*text, top, &what, more)) {
-    *error = "record " + std::to_string(i) + ": " + what;
+// Output collected in a buffer and written out whenever it has grown, so
+// that a large record passes through in pieces.
+void emit_some(std::string* out) {
+  if (out->size() < (1u << 16)) return;
+  emit(*out);
+  out->clear();
+}
+
+// Inflates record i once without printing it: the compressed data and, with
+// parse, the document text are checked, so that nothing of a bad record is
+// printed. *size receives the inflated size.
+bool verify_record(invread::InvReader& reader, size_t i, bool parse, uint64_t* size,
+                   std::string* error) {
+  invread::DocumentParser parser(nullptr);
+  bool parsed = true;
+  *size = 0;
+  const invread::Sink count = [&](const char* data, size_t n) {
+    *size += n;
+    if (parse && parsed) parsed = parser.feed(data, n);
+    return true;
+  };
+  if (!reader.stream(i, count, error)) return false;
+  if (parse && (!parsed || !parser.finish())) {
+    *error = "record " + std::to_string(i) + ": " + parser.error();
     return false;
   }
   return true;
+}
+
+// Streams the verified document record i through handler, printing what
+// it writes to *out as it grows.
+bool print_document(invread::InvReader& reader, size_t i, invread::DocumentHandler* handler,
+                    std::string* out, std::string* error) {
+  invread::DocumentParser parser(handler);
+  const invread::Sink feed = [&](const char* data, size_t n) {
+    const bool ok = parser.feed(data, n);
+    emit_some(out);
+    return ok;
+  };
+  if (reader.stream(i, feed, error) && parser.finish()) return true;
+  // Only a file that changes while it is read gets here.
+  if (error->empty()) *error = "record " + std::to_string(i) + ": " + parser.error();
+  return false;
 }
 
 int cmd_show(const std::string& path) {
@@ -71,25 +107,36 @@ int cmd_show(const std::string& path) {
   emit(out);
   for (size_t i = 0; i < h.records.size(); ++i) {
     const invread::RecordInfo& r = h.records[i];
-    std::string text;
-    invread::Element top;
-    std::vector<invread::Element> more;
-    if (r.is_document() ? !load_document(reader, i, &text, &top, &more, &error)
-                        : !reader.content(i, &text, &error)) {
+    uint64_t size = 0;
+    if (!verify_record(reader, i, r.is_document(), &size, &error)) {
       std::fflush(stdout);
       return fail(path, error);
     }
     out = "record " + std::to_string(i) + ": type=" + r.type +
           " offset=" + std::to_string(r.offset) + " length=" + std::to_string(r.length) + " (" +
-          std::to_string(text.size()) + " bytes inflated)\n";
+          std::to_string(size) + " bytes inflated)\n";
+    bool ok;
     if (r.is_document()) {
-      invread::append_element_outline(top, 2, &out);
-      for (const invread::Element& e : more) invread::append_element_outline(e, 2, &out);
+      invread::OutlineWriter outline(&out, 2);
+      ok = print_document(reader, i, &outline, &out, &error);
     } else {
-      out += text;
-      if (!text.empty() && text.back() != '\n') out += "\n";
+      invread::RawTextEscaper escaper;
+      char last = '\n';
+      const invread::Sink print = [&](const char* data, size_t n) {
+        escaper.feed(data, n, &out);
+        last = data[n - 1];
+        emit_some(&out);
+        return true;
+      };
+      ok = reader.stream(i, print, &error);
+      escaper.finish(&out);
+      if (last != '\n') out += "\n";
     }
     emit(out);
+    if (!ok) {
+      std::fflush(stdout);
+      return fail(path, error);
+    }
   }
   return 0;
 }
@@ -108,6 +155,12 @@ int cmd_json(const std::string& path) {
                     ",\"snapshotcount\":" + std::to_string(h.snapshotcount) + ",\"records\":[";
   for (size_t i = 0; i < h.records.size(); ++i) {
     const invread::RecordInfo& r = h.records[i];
+    uint64_t size = 0;
+    if (!verify_record(reader, i, r.is_document(), &size, &error)) {
+      emit(out);
+      std::fflush(stdout);
+      return fail(path, error);
+    }
     if (i != 0) out += ",";
     out += "{\"index\":" + std::to_string(i);
     for (const auto& f : r.fields) {
@@ -115,29 +168,60 @@ int cmd_json(const std::string& path) {
       out += "," + invread::json_string(f.first) + ":" +
              (number ? f.second : invread::json_string(f.second));
     }
-    std::string text;
+    bool ok;
     if (r.is_document()) {
-      invread::Element top;
-      std::vector<invread::Element> more;
-      if (!load_document(reader, i, &text, &top, &more, &error)) return fail(path, error);
-      out += ",\"document\":";
-      invread::append_element_json(top, &out);
-      // Further elements of the document root, after the top element.
-      out += ",\"root_siblings\":[";
-      for (size_t k = 0; k < more.size(); ++k) {
-        if (k != 0) out += ",";
-        invread::append_element_json(more[k], &out);
-      }
-      out += "]";
+      invread::JsonWriter json(&out, true);
+      ok = print_document(reader, i, &json, &out, &error);
     } else {
-      if (!reader.content(i, &text, &error)) return fail(path, error);
-      out += ",\"text\":" + invread::json_string(text);
+      // One JSON string: the text is escaped piece by piece. A piece may
+      // end inside a UTF-8 sequence, so the pieces are cut at sequence
+      // starts before escaping.
+      std::string pending;
+      out += ",\"text\":\"";
+      const invread::Sink print = [&](const char* data, size_t n) {
+        pending.append(data, n);
+        size_t cut = pending.size();
+        for (size_t back = 1; back <= 3 && back <= pending.size(); ++back) {
+          if ((static_cast<unsigned char>(pending[pending.size() - back]) & 0xC0) != 0x80) {
+            if (static_cast<unsigned char>(pending[pending.size() - back]) >= 0xC0) {
+              cut = pending.size() - back;
+            }
+            break;
+          }
+        }
+        const std::string piece = invread::json_string(std::string_view(pending).substr(0, cut));
+        out.append(piece, 1, piece.size() - 2);
+        pending.erase(0, cut);
+        emit_some(&out);
+        return true;
+      };
+      ok = reader.stream(i, print, &error);
+      const std::string rest = invread::json_string(pending);
+      out.append(rest, 1, rest.size() - 2);
+      out += "\"";
+    }
+    if (!ok) {
+      emit(out);
+      std::fflush(stdout);
+      return fail(path, error);
     }
     out += "}";
   }
   out += "]}\n";
   emit(out);
   return 0;
+}
+
+// Writes the inflated content of record i as it is, piece by piece, after
+// a first pass has checked it.
+bool print_content(invread::InvReader& reader, size_t i, std::string* error) {
+  uint64_t size = 0;
+  if (!verify_record(reader, i, false, &size, error)) return false;
+  const invread::Sink print = [](const char* data, size_t n) {
+    std::fwrite(data, 1, n, stdout);
+    return true;
+  };
+  return reader.stream(i, print, error);
 }
 
 int cmd_text(const std::string& path, const char* which) {
@@ -171,15 +255,12 @@ int cmd_text(const std::string& path, const char* which) {
       if (h.records[i].is_document()) records.push_back(i);
     }
   }
-  // Everything is read before anything is printed, so a bad record does not
-  // leave half an output behind.
-  std::string out;
   for (size_t i : records) {
-    std::string text;
-    if (!reader.content(i, &text, &error)) return fail(path, error);
-    out += text;
+    if (!print_content(reader, i, &error)) {
+      std::fflush(stdout);
+      return fail(path, error);
+    }
   }
-  emit(out);
   return 0;
 }
 
@@ -187,17 +268,16 @@ int cmd_raw(const std::string& path) {
   invread::InvReader reader;
   std::string error;
   if (!reader.open(path, &error)) return fail(path, error);
-  std::string out;
   bool found = false;
   for (size_t i = 0; i < reader.header().records.size(); ++i) {
     if (reader.header().records[i].is_document()) continue;
-    std::string text;
-    if (!reader.content(i, &text, &error)) return fail(path, error);
-    out += text;
+    if (!print_content(reader, i, &error)) {
+      std::fflush(stdout);
+      return fail(path, error);
+    }
     found = true;
   }
   if (!found) return fail(path, "no custom-data record");
-  emit(out);
   return 0;
 }
 

@@ -120,8 +120,7 @@ std::string InvFile::build_image() {
 }
 
 bool InvFile::write(const char* path, bool flag) {
-  write_flag_ = flag;
-  const std::string image = build_image();
+  const std::string image = build_image(flag);
   std::FILE* f = std::fopen(path, "w");
   if (f == nullptr) return false;
   // Unlike a bare write-and-forget, every step is checked: a full disk or
@@ -137,15 +136,19 @@ std::string format_timestamp(time_t t) {
   struct tm local;
   std::memset(&local, 0, sizeof local);
   if (localtime_r(&t, &local) == nullptr) return std::string();
-  char stamp[64];
   char zone[16];
-  if (std::strftime(stamp, sizeof stamp, "%Y%m%d%H%M%S.000000", &local) == 0) stamp[0] = '\0';
   if (std::strftime(zone, sizeof zone, "%z", &local) == 0) zone[0] = '\0';
+  return format_timestamp_parts(local, zone);
+}
+
+std::string format_timestamp_parts(const struct tm& local, const std::string& zone) {
+  char stamp[64];
+  if (std::strftime(stamp, sizeof stamp, "%Y%m%d%H%M%S.000000", &local) == 0) stamp[0] = '\0';
   // "%z" gives a sign and four digits ("+0300"); anything else (no zone
   // information) counts as UTC.
   char sign = '+';
   unsigned minutes = 0;
-  if ((zone[0] == '+' || zone[0] == '-') && std::strlen(zone) == 5) {
+  if ((zone[0] == '+' || zone[0] == '-') && zone.size() == 5) {
     bool digits = true;
     for (int i = 1; i < 5; ++i) digits = digits && zone[i] >= '0' && zone[i] <= '9';
     if (digits) {

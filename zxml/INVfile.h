@@ -34,6 +34,11 @@ class InvFile {
 
   // The whole file image: bodies, header text, trailer.
   std::string build_image();
+  // The same with flag as the trailer's write flag.
+  std::string build_image(bool flag) {
+    write_flag_ = flag;
+    return build_image();
+  }
   // Writes the image to path, with flag as the trailer's write flag; false
   // when the file cannot be created or written (no partial file is left
   // behind).
@@ -63,6 +68,9 @@ class InvFile {
 // Local time t as "%Y%m%d%H%M%S.000000" followed by the sign of the UTC
 // offset and the offset in minutes, unpadded ("...+180", "...-300", "...+0").
 std::string format_timestamp(time_t t);
+// The same text from a broken-down local time and what strftime's "%z"
+// printed for it.
+std::string format_timestamp_parts(const struct tm& local, const std::string& zone);
 
 // Appends the debug run's asset record and compressed raw-text record.
 void add_debug_records(InvFile* file, const char* hostname, const char* ip, const char* mac,

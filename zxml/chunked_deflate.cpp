@@ -13,6 +13,8 @@ namespace zxml_internal {
 namespace {
 
 constexpr unsigned long kChunk = 16384;
+// zlib counts output room in an unsigned int.
+constexpr unsigned long kMaxOutputStep = 1ul << 30;
 
 // Stops the program the way a failed assert() does, with the caller's file
 // and function in the message.
@@ -21,30 +23,34 @@ constexpr unsigned long kChunk = 16384;
   __assert_fail(expression, file, line, function);
 }
 
-// A growable output area. It starts at zlib's bound for the input, which the
-// stream never exceeds, but it still grows rather than write past its end.
+// A growable output area that zlib writes into directly. It starts at
+// zlib's bound for the input, which the stream never exceeds, but it still
+// grows rather than let zlib write past its end. `spare` bytes stay free
+// after the data for the caller's framing.
 class Output {
  public:
-  explicit Output(unsigned long capacity)
-      : data_(new unsigned char[capacity]), capacity_(capacity) {}
-  void append(const unsigned char* bytes, unsigned long count, unsigned long spare) {
-    if (size_ + count + spare > capacity_) {
-      unsigned long grown = capacity_ * 2;
-      if (grown < size_ + count + spare) grown = size_ + count + spare;
-      std::unique_ptr<unsigned char[]> bigger(new unsigned char[grown]);
+  Output(unsigned long capacity, unsigned long spare)
+      : data_(new unsigned char[capacity + spare]), capacity_(capacity), spare_(spare) {}
+  // Room for up to `want` more bytes: where they go and how many fit.
+  unsigned char* room(unsigned long want, unsigned long* fits) {
+    if (capacity_ == size_) {
+      const unsigned long grown = capacity_ * 2 + want;
+      std::unique_ptr<unsigned char[]> bigger(new unsigned char[grown + spare_]);
       if (size_ != 0) std::memcpy(bigger.get(), data_.get(), size_);
       data_ = std::move(bigger);
       capacity_ = grown;
     }
-    if (count != 0) std::memcpy(data_.get() + size_, bytes, count);
-    size_ += count;
+    *fits = capacity_ - size_ < want ? capacity_ - size_ : want;
+    return data_.get() + size_;
   }
+  void commit(unsigned long count) { size_ += count; }
   unsigned long size() const { return size_; }
   unsigned char* release() { return data_.release(); }
 
  private:
   std::unique_ptr<unsigned char[]> data_;
   unsigned long capacity_;
+  unsigned long spare_;
   unsigned long size_ = 0;
 };
 
@@ -57,9 +63,8 @@ unsigned char* chunked_deflate(const void* data, unsigned long& length, unsigned
   // A failed initialisation leaves the stream unusable; the first deflate
   // call then reports a stream error and the assertion below fires.
   deflateInit(&strm, Z_BEST_COMPRESSION);
-  Output out(deflateBound(&strm, length) + spare);
+  Output out(deflateBound(&strm, length), spare);
 
-  unsigned char chunk_out[kChunk];
   const unsigned char* in = static_cast<const unsigned char*>(data);
   unsigned long remaining = length;
   int ret = Z_OK;
@@ -70,11 +75,14 @@ unsigned char* chunked_deflate(const void* data, unsigned long& length, unsigned
     strm.avail_in = static_cast<uInt>(take);
     const int flush = last ? Z_FINISH : Z_NO_FLUSH;
     do {
-      strm.next_out = chunk_out;
-      strm.avail_out = kChunk;
+      unsigned long fits = 0;
+      // zlib may write all the room there is: how much output it is given
+      // at a time does not change the bytes it writes.
+      strm.next_out = out.room(kMaxOutputStep, &fits);
+      strm.avail_out = static_cast<uInt>(fits);
       ret = deflate(&strm, flush);
       if (ret == Z_STREAM_ERROR) fail("ret != (-2)", assert_file, __LINE__, assert_function);
-      out.append(chunk_out, kChunk - strm.avail_out, spare);
+      out.commit(fits - strm.avail_out);
     } while (strm.avail_out == 0);
     if (strm.avail_in != 0) fail("strm.avail_in == 0", assert_file, __LINE__, assert_function);
     if (last) break;

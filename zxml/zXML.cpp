@@ -28,7 +28,8 @@ unsigned char* zXML::serialize(unsigned long& length, bool sectioned, bool compr
   if (sectioned) return serialize_sections(length, compressed);
 
   const size_t measured = root_->text_length(false);
-  std::unique_ptr<char[]> text(new char[measured + kTextSpare + 1]());
+  // Only the bytes written are read: the buffer need not be cleared.
+  std::unique_ptr<char[]> text(new char[measured + kTextSpare + 1]);
   const unsigned long written = root_->write_text(text.get(), 0, false, false);
 
   if (!compressed) {

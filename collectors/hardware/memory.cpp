@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <string>
 
-#include "app/scanner.h"
 #include "collectors/collectors.h"
 #include "collectors/hardware/ports_dictionary.h"
 #include "collectors/hardware/smbios.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
@@ -69,14 +69,14 @@ void record_memory(const std::string& dump, ztag* top, const PortsDictionary& di
       ->set_attr("physical-memory", zvalue(total), "base-value", bytes.c_str());
 }
 
-void collect_memory(CScaner* scanner, zXML* doc) {
+void collect_memory(ScanContext& ctx, zXML* doc) {
   // An empty "/Memory" node beside the top element; the importer expects it.
   doc->root()->child("/Memory");
-  if (!scanner->detector->has_tool("smbiosDump")) {
+  if (!ctx.tools.has_tool("smbiosDump")) {
     // The warning names the package the importer knows for this data.
     add_missing_tool_warning(doc->top()->child("Memory"), "dmidecode", "Memory-slot,General-Info",
                              true);
     return;
   }
-  record_memory(run_command("smbiosDump"), doc->top(), *scanner->dictionary);
+  record_memory(run_command(ctx.host, "smbiosDump"), doc->top(), ctx.dictionary);
 }

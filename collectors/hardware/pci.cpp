@@ -4,6 +4,7 @@
 #include <string>
 
 #include "collectors/collectors.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
@@ -40,8 +41,8 @@ void record_pci(const std::string& listing, ztag* top) {
   record_block(listing.substr(cursor), top, number);
 }
 
-void collect_pci(CScaner*, zXML* doc) {
-  const std::string listing = run_command("esxcli hardware pci list");
+void collect_pci(ScanContext& ctx, zXML* doc) {
+  const std::string listing = run_command(ctx.host, "esxcli hardware pci list");
   if (listing.empty()) return;
   record_pci(listing, doc->top());
 }

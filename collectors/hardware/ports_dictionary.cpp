@@ -3,17 +3,9 @@
 
 #include <cstddef>
 
-namespace {
+#include "host/text.h"
 
-// ASCII lower-casing; processor names are plain ASCII and the result must
-// not depend on the C library's locale.
-std::string ascii_lower(const std::string& text) {
-  std::string out = text;
-  for (char& c : out) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return out;
-}
+namespace {
 
 // Position of the first entry equal to name at or after start, or not_found.
 int find_code(const PortsDictionary::Table& table, const std::string& name, size_t start,
@@ -31,9 +23,7 @@ bool any_pattern_matches(const PortsDictionary::Table& patterns, const std::stri
   return false;
 }
 
-bool contains(const std::string& text, const char* part) {
-  return text.find(part) != std::string::npos;
-}
+using text::contains;
 
 }  // namespace
 
@@ -377,7 +367,7 @@ std::string PortsDictionary::guest_family(const std::string& guest_os) const {
 }
 
 bool PortsDictionary::is_mobile_cpu(const std::string& cpu_name) const {
-  const std::string name = ascii_lower(cpu_name);
+  const std::string name = text::lower_ascii(cpu_name);
   if (contains(name, " m ") || contains(name, "-m ") || contains(name, "mobile") ||
       contains(name, "turion")) {
     return true;

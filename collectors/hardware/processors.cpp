@@ -9,11 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "app/scanner.h"
 #include "collectors/collectors.h"
 #include "collectors/hardware/ports_dictionary.h"
 #include "collectors/hardware/smbios.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
@@ -40,9 +41,7 @@ std::string remove_all(const std::string& text, const std::string& pattern) {
   return out;
 }
 
-bool contains(const std::string& text, const char* part) {
-  return text.find(part) != std::string::npos;
-}
+using text::contains;
 
 // Volts as text to tenths of a volt, truncated toward zero. Unreadable text
 // gives 0; values outside the int range (or not finite) are clamped so the
@@ -183,11 +182,11 @@ void record_processors(const std::string& dump, const CpuCounts& counts, ztag* t
   }
 }
 
-void collect_processors(CScaner* scanner, zXML* doc) {
+void collect_processors(ScanContext& ctx, zXML* doc) {
   CpuCounts counts;
   // Without a CPU section or with no package count there is nothing to
   // divide by; the collector then writes nothing.
-  if (!parse_cpu_counts(run_command("vim-cmd hostsvc/hosthardware"), &counts)) return;
+  if (!parse_cpu_counts(run_command(ctx.host, "vim-cmd hostsvc/hosthardware"), &counts)) return;
   if (counts.packages <= 0) return;
-  record_processors(run_command("smbiosDump"), counts, doc->top(), *scanner->dictionary);
+  record_processors(run_command(ctx.host, "smbiosDump"), counts, doc->top(), ctx.dictionary);
 }

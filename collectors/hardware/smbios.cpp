@@ -4,10 +4,11 @@
 
 #include <string>
 
-#include "app/scanner.h"
 #include "collectors/collectors.h"
 #include "collectors/hardware/ports_dictionary.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
@@ -26,16 +27,7 @@ std::string quoted(const std::string& record, const char* label) {
   return text_between(record, label, "\"");
 }
 
-std::string ascii_upper(std::string text) {
-  for (char& c : text) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  }
-  return text;
-}
-
-void set_text(ztag* node, const char* name, const std::string& value) {
-  node->set_attr(name, zvalue(value));
-}
+using text::set_text;
 
 void set_text_if_not_empty(ztag* node, const char* name, const std::string& value) {
   if (!value.empty()) node->set_attr(name, zvalue(value));
@@ -71,7 +63,7 @@ void record_system(const std::string& dump, ztag* top,
   std::string uuid = uuid_output ? uuid_output() : std::string();
   const size_t line_break = uuid.find('\n');
   if (line_break != std::string::npos) uuid.erase(line_break, 1);
-  set_text(node, "uuid", ascii_upper(uuid));
+  set_text(node, "uuid", text::upper_ascii(uuid));
   set_paren_if_not_empty(node, "wake-up-type", record, "Wake-up:");
   set_text(node, "serial", quoted(record, "Serial: \""));
 }
@@ -199,8 +191,8 @@ void record_smbios(const std::string& dump, ztag* top, const PortsDictionary& di
   record_mem_slots(dump, top);
 }
 
-void collect_smbios(CScaner* scanner, zXML* doc) {
-  const std::string dump = run_command("smbiosDump");
-  record_smbios(dump, doc->top(), *scanner->dictionary,
-                [] { return run_command("esxcli system uuid get"); });
+void collect_smbios(ScanContext& ctx, zXML* doc) {
+  const std::string dump = run_command(ctx.host, "smbiosDump");
+  record_smbios(dump, doc->top(), ctx.dictionary,
+                [&ctx] { return run_command(ctx.host, "esxcli system uuid get"); });
 }

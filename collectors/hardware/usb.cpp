@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "app/scanner.h"
 #include "collectors/collectors.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
@@ -73,14 +73,14 @@ void record_usb_device(const std::string& verbose, ztag* top, unsigned number) {
   device->set_attr("serial", zvalue(usb_string_field(verbose, "iSerial")));
 }
 
-void collect_usb(CScaner* scanner, zXML* doc) {
-  if (!scanner->detector->has_tool("lsusb")) {
+void collect_usb(ScanContext& ctx, zXML* doc) {
+  if (!ctx.tools.has_tool("lsusb")) {
     add_missing_tool_warning(doc->top()->child("Peripherals"), "lsusb", "USB", true);
     return;
   }
-  const std::string lsusb = shell_quote(scanner->detector->tool_path("lsusb"));
+  const std::string lsusb = shell_quote(ctx.tools.tool_path("lsusb"));
   const std::string numbers =
-      run_command(format_string("%s|awk '{print $2; print $4}'", lsusb.c_str()));
+      run_command(ctx.host, format_string("%s|awk '{print $2; print $4}'", lsusb.c_str()));
   if (numbers.empty()) return;
   unsigned number = 1;
   for (const auto& pair : usb_bus_device_pairs(numbers)) {
@@ -88,7 +88,7 @@ void collect_usb(CScaner* scanner, zXML* doc) {
     const std::string command =
         format_string("%s -s %s:%s -v", lsusb.c_str(), shell_quote(pair.first).c_str(),
                       shell_quote(pair.second).c_str());
-    record_usb_device(run_command(command), doc->top(), number);
+    record_usb_device(run_command(ctx.host, command), doc->top(), number);
     ++number;
   }
 }

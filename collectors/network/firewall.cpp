@@ -1,28 +1,26 @@
 // Firewall collector: the host firewall's rulesets and whether each is
 // enabled, from `esxcli network firewall ruleset list`.
-#include "app/scanner.h"
+#include "collectors/collectors.h"
 #include "collectors/network/network.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
 void record_firewall(const std::string& output, ztag* top) {
-  const size_t npos = std::string::npos;
+  using text::npos;
   ztag* firewall = top->child("Security")->child("Firewall");
   // Added on every run, even when one is there already.
   firewall->add_meta("kind", "esx_fw");
 
   // Rulesets start on the line after the dashes under the header. Without
-  // dashes the search for the line end fails too and the lines start at
-  // offset 0, so the header line itself is read as a ruleset.
-  size_t dashes = output.find("--");
-  size_t newline = output.find('\n', dashes);
-  size_t start = newline == npos ? 0 : newline + 1;
-
-  // Rules are numbered from 0. Text after the last "\n" is not read.
+  // dashes (or a line end after them) the lines start at the top, so the
+  // header line itself is read as a ruleset. Text after the last "\n" is
+  // not read. Rules are numbered from 0.
   int number = 0;
-  for (size_t end = output.find('\n', start); end != npos; end = output.find('\n', start)) {
-    const std::string line = output.substr(start, end - start);
+  for (const std::string& line : text::lines_after(
+           output, text::kTwoDashes, text::NoMarker::kFromTop, text::LastLine::kIgnored)) {
     size_t blank = line.find(' ');
     const std::string name = line.substr(0, blank);
     // A line without a blank has no enabled text: the substring past its
@@ -34,10 +32,9 @@ void record_firewall(const std::string& output, ztag* top) {
     firewall->child(format_string("rule:%d", number), zvalue(name))
         ->set_attr("enabled", zvalue(enabled == "true" ? "1" : "0"));
     ++number;
-    start = end + 1;
   }
 }
 
-void CScaner::scan_firewall(zXML* doc) {
-  record_firewall(run_command("esxcli network firewall ruleset list"), doc->top());
+void collect_firewall(ScanContext& ctx, zXML* doc) {
+  record_firewall(run_command(ctx.host, "esxcli network firewall ruleset list"), doc->top());
 }

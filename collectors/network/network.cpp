@@ -5,28 +5,20 @@
 // picks the host's IP and MAC from.
 #include "collectors/network/network.h"
 
-#include <arpa/inet.h>
-#include <net/if.h>
-#include <netinet/in.h>
-#include <stdio.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-
 #include <climits>
 #include <cstdint>
 #include <cstring>
 
-#include "app/scanner.h"
+#include "collectors/collectors.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
 namespace {
 
-const size_t npos = std::string::npos;
-
-// Size of the buffer the kernel fills with the interface list.
-const size_t kInterfaceListBytes = 1024;
+using text::npos;
 
 const char kZeroMac[] = "00-00-00-00-00-00";
 const char kLoopbackName[] = "lo0";
@@ -38,43 +30,6 @@ int32_t low32_signed(uint64_t v) {
   uint32_t low = static_cast<uint32_t>(v);
   if (low <= static_cast<uint32_t>(INT32_MAX)) return static_cast<int32_t>(low);
   return static_cast<int32_t>(static_cast<int64_t>(low) - (INT64_C(1) << 32));
-}
-
-// Reads a decimal integer at pos the way atoi does (leading white space, an
-// optional sign, then digits; 0 when there are none), keeping the low 32
-// bits of the number instead of overflowing.
-int32_t read_decimal(const std::string& text, size_t pos) {
-  while (pos < text.size() && (text[pos] == ' ' || (text[pos] >= '\t' && text[pos] <= '\r'))) {
-    ++pos;
-  }
-  bool negative = false;
-  if (pos < text.size() && (text[pos] == '+' || text[pos] == '-')) {
-    negative = text[pos] == '-';
-    ++pos;
-  }
-  uint64_t value = 0;
-  while (pos < text.size() && text[pos] >= '0' && text[pos] <= '9') {
-    value = value * 10 + static_cast<uint64_t>(text[pos] - '0');  // wraps, never overflows
-    ++pos;
-  }
-  if (negative) value = 0 - value;
-  return low32_signed(value);
-}
-
-// Dotted-decimal text of the IPv4 address held in a request's address
-// field. The field is copied out byte-wise because the ioctls rewrite it
-// in whichever form they answer with.
-std::string dotted_address(const struct ifreq& request) {
-  struct sockaddr_in address;
-  static_assert(sizeof address <= sizeof request.ifr_ifru, "address field too small");
-  memcpy(&address, &request.ifr_ifru, sizeof address);
-  char text[INET_ADDRSTRLEN] = {};
-  if (inet_ntop(AF_INET, &address.sin_addr, text, sizeof text) == nullptr) return "";
-  return text;
-}
-
-time_t current_time() {
-  return time(nullptr);
 }
 
 }  // namespace
@@ -89,26 +44,17 @@ std::string mac_colon(const unsigned char b[6]) {
 
 std::string nic_description(const std::string& listing, int esx_major,
                             const std::string& colon_mac) {
-  size_t start;
+  const char* marker;
   if (esx_major == 5 || esx_major == 6) {
-    start = listing.find("---");  // the dashes under esxcli's header
+    marker = text::kThreeDashes;  // the dashes under esxcli's header
   } else if (esx_major == 4) {
-    start = 0;  // esxcfg-nics has no dashes; its header is the line skipped below
+    marker = "";  // esxcfg-nics has no dashes: its header is the first line
   } else {
     return "";
   }
-  if (start == npos) return "";
-
-  // Lines run from one "\n" to the next; text after the last "\n" is not
-  // looked at.
-  size_t newline = listing.find('\n', start);
-  while (newline != npos) {
-    size_t line_start = newline + 1;
-    size_t line_end = listing.find('\n', line_start);
-    if (line_end == npos) break;
-    std::string line = listing.substr(line_start, line_end - line_start);
-    newline = line_end;
-
+  // Text after the last "\n" is not looked at.
+  for (const std::string& line :
+       text::lines_after(listing, marker, text::NoMarker::kNoLines, text::LastLine::kIgnored)) {
     // Columns are separated by runs of blanks; column 1 starts at offset 0
     // even when the line starts with a blank.
     size_t column_start = 0;
@@ -152,7 +98,7 @@ std::string default_gateway(const std::string& route_output, bool* found) {
 }
 
 bool lease_matches_at(const std::string& lease, const std::string& ifname, const std::string& ip,
-                      time_t (*clock)()) {
+                      HostAccess& host) {
   const std::string pattern = "\"" + ifname + "\"";
   if (lease.find(pattern) == npos) return false;
 
@@ -178,7 +124,8 @@ bool lease_matches_at(const std::string& lease, const std::string& ifname, const
   if (keyword == npos) return false;
   value = lease.find_first_not_of(' ', keyword + strlen(kLeaseTime));
   if (value == npos) return false;
-  const int32_t lease_seconds = read_decimal(lease, value);
+  const int32_t lease_seconds =
+      static_cast<int32_t>(text::read_decimal(lease, value, text::Overflow::kWrap32));
   semicolon = lease.find(';', value);
   if (semicolon == npos) return false;
 
@@ -195,7 +142,7 @@ bool lease_matches_at(const std::string& lease, const std::string& ifname, const
   const char delimiters[5] = {'/', '/', ' ', ':', ':'};
   size_t pos = date;
   for (int i = 0; i < 6; ++i) {
-    fields[i] = read_decimal(lease, pos);
+    fields[i] = static_cast<int32_t>(text::read_decimal(lease, pos, text::Overflow::kWrap32));
     if (i == 5) break;
     size_t delimiter = lease.find(delimiters[i], pos);
     if (delimiter == npos) return false;
@@ -204,9 +151,9 @@ bool lease_matches_at(const std::string& lease, const std::string& ifname, const
 
   // The expiry is taken as local time (dhclient writes UTC), on top of
   // today's broken-down local time, so today's daylight-saving flag applies.
-  time_t now = clock();
+  time_t now = host.wall_time();
   struct tm when;
-  if (localtime_r(&now, &when) == nullptr) return false;
+  if (!host.local_time(now, &when)) return false;
   const int64_t year = static_cast<int64_t>(fields[0]) - 1900;
   const int64_t month = static_cast<int64_t>(fields[1]) - 1;
   if (year < INT_MIN || month < INT_MIN) return false;
@@ -216,10 +163,10 @@ bool lease_matches_at(const std::string& lease, const std::string& ifname, const
   when.tm_hour = fields[3];
   when.tm_min = fields[4];
   when.tm_sec = fields[5];
-  const time_t expire_time = mktime(&when);
+  const time_t expire_time = host.make_time(&when);
 
   // Compared as signed 32-bit seconds, with the start computed in 32 bits.
-  now = clock();
+  now = host.wall_time();
   const uint32_t expire_low = static_cast<uint32_t>(static_cast<int64_t>(expire_time));
   const int32_t expire = low32_signed(expire_low);
   const int32_t start = low32_signed(expire_low - static_cast<uint32_t>(lease_seconds));
@@ -271,75 +218,23 @@ void record_dns_servers(const std::string& resolv, size_t from, ztag* top) {
   }
 }
 
-bool CScaner::lease_matches(const std::string& lease, const std::string& ifname,
-                            const std::string& ip) {
-  return lease_matches_at(lease, ifname, ip, current_time);
-}
-
-void CScaner::scan_network(zXML* doc, int esx_major, int reserved) {
-  int sock = socket(AF_INET, SOCK_DGRAM, 0);
-
-  // Zero-filled, so that a failed listing (which leaves the length at the
-  // whole buffer) walks empty records rather than stale memory.
-  alignas(struct ifreq) char buffer[kInterfaceListBytes] = {};
-  struct ifconf list;
-  memset(&list, 0, sizeof list);
-  list.ifc_len = static_cast<int>(sizeof buffer);
-  list.ifc_buf = buffer;
-  if (ioctl(sock, SIOCGIFCONF, &list) < 0) perror("ioctl(SIOCGIFCONF)");
-  size_t used = list.ifc_len > 0 ? static_cast<size_t>(list.ifc_len) : 0;
-  if (used > sizeof buffer) used = sizeof buffer;
-  const size_t count = used / sizeof(struct ifreq);
-
-  for (size_t i = 0; i < count; ++i) {
-    struct ifreq request;
-    memcpy(&request, buffer + i * sizeof request, sizeof request);
-    char name[IFNAMSIZ + 1] = {};
-    memcpy(name, request.ifr_name, IFNAMSIZ);
-    AdapterAddress address;
-    scan_adapter(sock, request, name, doc, static_cast<int>(i) + 1, &address.ip, &address.mac,
-                 esx_major, reserved);
-    addresses.push_back(address);
-  }
-  // The socket stays open, as it always has: one descriptor per scan, and
-  // the agent runs one scan before it exits.
-
-  // The DNS search position is shared with the adapter pass and not reset
-  // after it: once an adapter has been read it lies past the end of the
-  // text and no server is recorded. Only an adapter-less pass searches
-  // from the top. Kept as the agent has always behaved.
-  const std::string resolv = read_file("/etc/resolv.conf");
-  record_dns_servers(resolv, count > 0 ? npos : 0, doc->top());
-}
-
-void CScaner::scan_adapter(int sock, struct ifreq request, const char* name, zXML* doc, int index,
-                           std::string* ip_slot, std::string* mac_slot, int esx_major,
-                           int reserved) {
-  (void)reserved;
+void collect_adapter(ScanContext& ctx, const HostRecord::Interface& iface, zXML* doc, int index,
+                     AdapterAddress* slot, int esx_major) {
   AdapterRecord adapter;
-  adapter.name = name;
-  adapter.ip = dotted_address(request);
-  *ip_slot = adapter.ip;
-
-  // Each ioctl rewrites the request's address field; a failed one leaves
-  // it as it was, and its bytes are read all the same.
-  if (ioctl(sock, SIOCGIFNETMASK, &request) < 0) perror("ioctl(SIOCGIFNETMASK)");
-  adapter.netmask = dotted_address(request);
-  if (ioctl(sock, SIOCGIFHWADDR, &request) < 0) perror("ioctl(SIOCGIFHWADDR)");
-  struct sockaddr hardware;
-  memcpy(&hardware, &request.ifr_ifru, sizeof hardware);
-  unsigned char mac[6];
-  memcpy(mac, hardware.sa_data, sizeof mac);
-  adapter.mac = mac_dashed(mac);
-  *mac_slot = adapter.mac;
+  adapter.name = iface.name;
+  adapter.ip = iface.ip;
+  slot->ip = adapter.ip;
+  adapter.netmask = iface.netmask;
+  adapter.mac = mac_dashed(iface.mac);
+  slot->mac = adapter.mac;
 
   std::string listing;
   if (esx_major == 5 || esx_major == 6) {
-    listing = run_command("esxcli network nic list");
+    listing = run_command(ctx.host, "esxcli network nic list");
   } else if (esx_major == 4) {
-    listing = run_command("esxcfg-nics -l");
+    listing = run_command(ctx.host, "esxcfg-nics -l");
   }
-  adapter.description = nic_description(listing, esx_major, mac_colon(mac));
+  adapter.description = nic_description(listing, esx_major, mac_colon(iface.mac));
 
   if (adapter.name == kLoopbackName) {
     adapter.type = kLoopbackText;
@@ -350,18 +245,19 @@ void CScaner::scan_adapter(int sock, struct ifreq request, const char* name, zXM
 
   // The route listing is filtered by the shell; the interface name is quoted
   // so that it reaches grep as one literal word.
-  adapter.route_output = run_command(format_string(
-      "esxcfg-route -l |grep %s|awk '{print \" \"$2\" \"$3}'", shell_quote(adapter.name).c_str()));
+  adapter.route_output =
+      run_command(ctx.host, format_string("esxcfg-route -l |grep %s|awk '{print \" \"$2\" \"$3}'",
+                                          shell_quote(adapter.name).c_str()));
 
   adapter.dhcp = false;
-  if (detector != nullptr && detector->dhclient_running()) {
+  if (ctx.tools.dhclient_running()) {
     const std::string lease_files[3] = {
-        format_string("/var/lib/dhcp/dhclient-%s.leases", name),
+        format_string("/var/lib/dhcp/dhclient-%s.leases", adapter.name.c_str()),
         "/var/lib/dhcp/dhclient.leases",
         "/var/lib/dhcp/dhclient.leases~",
     };
     for (const std::string& path : lease_files) {
-      if (lease_matches(read_file(path), adapter.name, adapter.ip)) {
+      if (lease_matches_at(read_file(ctx.host, path), adapter.name, adapter.ip, ctx.host)) {
         adapter.dhcp = true;
         break;
       }
@@ -369,4 +265,21 @@ void CScaner::scan_adapter(int sock, struct ifreq request, const char* name, zXM
   }
 
   record_adapter(doc->top(), index, adapter);
+}
+
+void collect_network(ScanContext& ctx, zXML* doc, int esx_major, int /*reserved*/) {
+  const std::vector<HostRecord::Interface> interfaces = ctx.host.interfaces();
+  int index = 0;
+  for (const HostRecord::Interface& iface : interfaces) {
+    AdapterAddress address;
+    collect_adapter(ctx, iface, doc, ++index, &address, esx_major);
+    ctx.addresses.push_back(address);
+  }
+
+  // The DNS search position is shared with the adapter pass and not reset
+  // after it: once an adapter has been read it lies past the end of the
+  // text and no server is recorded. Only an adapter-less pass searches
+  // from the top. Kept as the agent has always behaved.
+  const std::string resolv = read_file(ctx.host, "/etc/resolv.conf");
+  record_dns_servers(resolv, interfaces.empty() ? 0 : npos, doc->top());
 }

@@ -4,9 +4,14 @@
 #ifndef QUILLSCAN_COLLECTORS_NETWORK_NETWORK_H_
 #define QUILLSCAN_COLLECTORS_NETWORK_NETWORK_H_
 
-#include <ctime>
 #include <string>
 
+#include "host/host_record.h"
+
+class HostAccess;
+struct AdapterAddress;
+struct ScanContext;
+class zXML;
 class ztag;
 
 // The two texts of a 6-byte hardware address: "00-1A-2B-3D-4E-5F" (stored
@@ -27,11 +32,11 @@ std::string nic_description(const std::string& listing, int esx_major,
 std::string default_gateway(const std::string& route_output, bool* found);
 
 // Whether a dhclient lease file's text holds a current lease of `ip` for
-// interface `ifname`. The expiry is read as local time; `clock` gives the
-// current time (read once for the local-time fields and once for the
-// comparison).
+// interface `ifname`. The expiry is read as the host's local time; the
+// host's clock is read once for the local-time fields and once for the
+// comparison.
 bool lease_matches_at(const std::string& lease, const std::string& ifname, const std::string& ip,
-                      time_t (*clock)());
+                      HostAccess& host);
 
 // Everything one adapter node holds, gathered before it is written.
 struct AdapterRecord {
@@ -52,6 +57,12 @@ void record_adapter(ztag* top, int index, const AdapterRecord& adapter);
 // "dns-servers", searching from offset `from` (nothing at all when `from`
 // lies beyond the text).
 void record_dns_servers(const std::string& resolv, size_t from, ztag* top);
+
+// Reads one interface of the kernel's list (NIC listing, route listing,
+// lease files), writes net-adapter:<index> and fills *slot with its IP and
+// MAC.
+void collect_adapter(ScanContext& ctx, const HostRecord::Interface& iface, zXML* doc, int index,
+                     AdapterAddress* slot, int esx_major);
 
 // Records the rulesets of `esxcli network firewall ruleset list` output
 // under "Security" / "Firewall".

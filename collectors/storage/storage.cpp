@@ -3,81 +3,39 @@
 // "Logical-disks"), plus the capacity totals the asset summary reports.
 #include "collectors/storage/storage.h"
 
-#include <sys/stat.h>
-
 #include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
-#include "app/scanner.h"
+#include "collectors/collectors.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
+#include "zxml/zXML.h"
 
 // ------------------------------------------------------------- helpers
 
-std::vector<std::string> split_fields(const std::string& text, char delimiter) {
-  std::vector<std::string> fields;
-  size_t pos = 0;
-  while (pos < text.size()) {
-    const size_t start = text.find_first_not_of(delimiter, pos);
-    if (start == std::string::npos) break;
-    const size_t end = text.find(delimiter, start);
-    if (end == std::string::npos) {
-      fields.push_back(text.substr(start));
-      break;
-    }
-    fields.push_back(text.substr(start, end - start));
-    pos = end;
-  }
-  return fields;
-}
-
-uint64_t file_size(const std::string& path) {
-  FILE* f = open_for_reading(path.c_str());
-  if (f == nullptr) return 0;
+uint64_t file_size(HostAccess& host, const std::string& path) {
   // A directory opens for reading too, but its "end" is not a byte count.
-  struct stat st;
-  if (fstat(fileno(f), &st) == 0 && S_ISDIR(st.st_mode)) {
-    std::fclose(f);
-    return 0;
-  }
-  uint64_t size = 0;
-  if (fseeko(f, 0, SEEK_END) == 0) {
-    const off_t end = ftello(f);
-    if (end > 0) size = static_cast<uint64_t>(end);
-  }
-  std::fclose(f);
-  return size;
+  const HostRecord::PathInfo info = host.path_info(path);
+  return info.openable && !info.is_dir ? info.size : 0;
 }
 
 namespace storage {
 
 int64_t read_decimal(const std::string& text) {
-  // strtoll stops at the nearest limit on overflow instead of wrapping.
-  const long long v = std::strtoll(text.c_str(), nullptr, 10);
-  return static_cast<int64_t>(v);
+  return text::read_decimal(text, 0, text::Overflow::kSaturate64);
 }
 
-bool can_open(const std::string& path) {
-  FILE* f = open_for_reading(path.c_str());
-  if (f == nullptr) return false;
-  std::fclose(f);
-  return true;
+bool can_open(HostAccess& host, const std::string& path) {
+  return host.path_info(path).openable;
 }
 
 std::vector<std::string> table_lines(const std::string& output) {
-  std::vector<std::string> lines;
-  const size_t dashes = output.find("--");
-  if (dashes == std::string::npos) return lines;
-  size_t nl = output.find('\n', dashes);
-  while (nl != std::string::npos) {
-    const size_t next = output.find('\n', nl + 1);
-    if (next == std::string::npos) break;
-    lines.push_back(output.substr(nl + 1, next - nl - 1));
-    nl = next;
-  }
-  return lines;
+  return text::lines_after(output, text::kTwoDashes, text::NoMarker::kNoLines,
+                           text::LastLine::kIgnored);
 }
 
 ExtentColumns extent_columns(const std::string& line) {
@@ -160,68 +118,93 @@ void set_byte_size_attr(ztag* node, const char* name, uint64_t bytes) {
 
 // ----------------------------------------------------------- collector
 
-void CScaner::scan_storage(zXML* doc, double& physical_gb, double& fs_size_gb, double& fs_free_gb) {
-  physical_gb = 0;
-  fs_size_gb = 0;
-  fs_free_gb = 0;
-  ztag* top = doc->top();
+void storage::read_device(const std::string& device_output, ExtentRecord* extent) {
+  extent->size_text = text_between(device_output, "Size: ", "\n");
+  extent->model = text_between(device_output, "Model: ", "\n");
+  extent->revision = text_between(device_output, "Revision: ", "\n");
+}
 
-  // Extents and the devices they live on. Every extent writes the same node
-  // HDD:1, so it ends up describing the last extent; the total counts all.
-  const std::string extents = run_command("esxcli storage vmfs extent list");
-  for (const std::string& line : storage::table_lines(extents)) {
+std::vector<storage::ExtentRecord> storage::read_extents(
+    const std::string& listing, const std::function<std::string(const std::string&)>& lookup) {
+  // Each line is cut, then its device looked up, before the next line is
+  // cut: a line that cannot be cut ends the scan after the lookups of the
+  // lines before it.
+  std::vector<ExtentRecord> extents;
+  for (const std::string& line : table_lines(listing)) {
     if (line.empty()) continue;
-    const storage::ExtentColumns col = storage::extent_columns(line);
-    std::string size_text, model, revision;
-    if (!col.device.empty()) {
-      const std::string device_arg = shell_quote(col.device);
-      const std::string device = run_command("esxcli storage core device list -d " + device_arg);
-      if (!device.empty()) {
-        // The path list's adapter identifier has no place in the output; the
-        // command still runs so that the device is looked up the same way.
-        run_command("esxcli storage core path list -d " + device_arg);
-        size_text = text_between(device, "Size: ", "\n");
-        model = text_between(device, "Model: ", "\n");
-        revision = text_between(device, "Revision: ", "\n");
-      }
-    }
-    const int64_t mb = storage::read_decimal(size_text);
+    ExtentRecord extent{extent_columns(line), "", "", ""};
+    if (!extent.columns.device.empty()) read_device(lookup(extent.columns.device), &extent);
+    extents.push_back(extent);
+  }
+  return extents;
+}
+
+double storage::record_physical_disks(ztag* top, const std::vector<ExtentRecord>& extents) {
+  // Every extent writes the same node HDD:1, so it ends up describing the
+  // last extent; the total counts all.
+  double physical_gb = 0;
+  for (const ExtentRecord& e : extents) {
+    const int64_t mb = read_decimal(e.size_text);
     const long double gb = static_cast<long double>(mb) * 0.0009765625L;
     physical_gb = static_cast<double>(static_cast<long double>(physical_gb) + gb);
-    const int64_t whole_gb = storage::truncate_to_int64(gb);
+    const int64_t whole_gb = truncate_to_int64(gb);
     const int64_t bytes = static_cast<int64_t>(static_cast<uint64_t>(mb) << 20);
 
-    // An attribute set again keeps its annotations: "size" keeps the
-    // "base-value" of the first extent while its value follows the last.
+    // Compat: "size" set again keeps the "base-value" of the first extent
+    // while its value follows the last (pinned by the esxi67 whole-document
+    // golden, InProcessScan).
     ztag* disk = top->child("Storage")->child("Physical-disks")->child(format_string("HDD:%d", 1));
     disk->set_attr("interface", zvalue("SCSI"));
-    disk->set_attr("model", zvalue(model));
-    disk->set_attr("fw-rev", zvalue(revision));
+    disk->set_attr("model", zvalue(e.model));
+    disk->set_attr("fw-rev", zvalue(e.revision));
     disk->set_attr("size", zvalue(format_string("%lld", static_cast<long long>(whole_gb))),
                    "base-value", format_string("%lld", static_cast<long long>(bytes)).c_str());
-    disk->set_attr("partitions", zvalue(col.partition));
-    disk->set_attr("vmfs-uuid", zvalue(col.uuid));
+    disk->set_attr("partitions", zvalue(e.columns.partition));
+    disk->set_attr("vmfs-uuid", zvalue(e.columns.uuid));
   }
+  return physical_gb;
+}
 
-  // Mounted file systems.
-  const std::string filesystems = run_command("esxcli storage filesystem list");
+void storage::record_filesystems(const std::string& listing, zXML* doc, double* size_gb,
+                                 double* free_gb) {
   int number = 0;
-  for (const std::string& line : storage::table_lines(filesystems)) {
+  for (const std::string& line : table_lines(listing)) {
     if (line.empty()) continue;
-    float free_gb = 0;
-    float size_gb = 0;
-    scan_filesystem_line(line, doc, ++number, free_gb, size_gb);
-    fs_size_gb += size_gb;
-    fs_free_gb += free_gb;
+    float line_free = 0;
+    float line_size = 0;
+    scan_filesystem_line(line, doc, ++number, line_free, line_size);
+    *size_gb += line_size;
+    *free_gb += line_free;
   }
 }
 
-void CScaner::scan_filesystem_line(const std::string& line, zXML* doc, int /*line_number*/,
+void collect_storage(ScanContext& ctx, zXML* doc) {
+  ctx.physical_gb = 0;
+  ctx.fs_size_gb = 0;
+  ctx.fs_free_gb = 0;
+  const std::vector<storage::ExtentRecord> extents = storage::read_extents(
+      run_command(ctx.host, "esxcli storage vmfs extent list"), [&ctx](const std::string& name) {
+        const std::string device_arg = shell_quote(name);
+        const std::string device =
+            run_command(ctx.host, "esxcli storage core device list -d " + device_arg);
+        // The path list's adapter identifier has no place in the output;
+        // the command still runs so that the device is looked up the same
+        // way.
+        if (!device.empty())
+          run_command(ctx.host, "esxcli storage core path list -d " + device_arg);
+        return device;
+      });
+  ctx.physical_gb = storage::record_physical_disks(doc->top(), extents);
+  storage::record_filesystems(run_command(ctx.host, "esxcli storage filesystem list"), doc,
+                              &ctx.fs_size_gb, &ctx.fs_free_gb);
+}
+
+void storage::scan_filesystem_line(const std::string& line, zXML* doc, int /*line_number*/,
                                    float& free_gb, float& size_gb) {
   // Mount point, volume name, UUID, mounted flag, type, size, free. A volume
   // name that is empty or holds a blank changes the count: such lines are
   // left out.
-  const std::vector<std::string> f = split_fields(line, ' ');
+  const std::vector<std::string> f = text::split_fields(line, ' ');
   if (f.size() != 7) return;
 
   float size_bytes = 0;

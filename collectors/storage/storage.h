@@ -8,19 +8,18 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
+class HostAccess;
+struct ScanContext;
+class zXML;
 class ztag;
-
-// Fields of text separated by runs of delimiter. Leading delimiters are
-// skipped; the text after the last delimiter is the last field when it is
-// not empty.
-std::vector<std::string> split_fields(const std::string& text, char delimiter);
 
 // Size of a file in bytes: opened for reading and measured by seeking to its
 // end. 0 when it cannot be opened or is a directory.
-uint64_t file_size(const std::string& path);
+uint64_t file_size(HostAccess& host, const std::string& path);
 
 namespace storage {
 
@@ -30,7 +29,7 @@ namespace storage {
 int64_t read_decimal(const std::string& text);
 
 // True when path can be opened for reading.
-bool can_open(const std::string& path);
+bool can_open(HostAccess& host, const std::string& path);
 
 // The lines of a tool's table: every text between one "\n" and the next,
 // starting at the "\n" that ends the dashed line under the header. Text after
@@ -48,6 +47,26 @@ struct ExtentColumns {
   std::string partition;
 };
 ExtentColumns extent_columns(const std::string& line);
+
+// One VMFS extent and what the device list says of its device.
+struct ExtentRecord {
+  ExtentColumns columns;
+  std::string size_text;  // megabytes, as printed
+  std::string model;
+  std::string revision;
+};
+// The fields of "esxcli storage core device list -d" output an extent keeps.
+void read_device(const std::string& device_output, ExtentRecord* extent);
+// The extents of "esxcli storage vmfs extent list" output, each with what
+// lookup(device name) printed for its device ("" when nothing).
+std::vector<ExtentRecord> read_extents(
+    const std::string& listing, const std::function<std::string(const std::string&)>& lookup);
+// Storage / Physical-disks from the extents, in order; returns the physical
+// capacity in GB.
+double record_physical_disks(ztag* top, const std::vector<ExtentRecord>& extents);
+// Storage / Logical-disks from "esxcli storage filesystem list" output;
+// adds each file system's size and free space (GB) to the totals.
+void record_filesystems(const std::string& listing, zXML* doc, double* size_gb, double* free_gb);
 
 // Rounds to single precision, also where the compiler would otherwise keep
 // extended precision.
@@ -92,8 +111,6 @@ bool mentions_controller(const std::string& vmx, const char* prefix, int number)
 // The value of a numbered device's key: device name followed directly by
 // suffix (".present = \"", ".fileName = \"", ...), up to the next quote.
 std::string device_value(const std::string& vmx, const std::string& device, const char* suffix);
-
-std::string upper_text(const std::string& text);
 
 // "00:0c:29:ab" -> "00-0C-29-AB": colons become dashes, the rest upper case.
 std::string mac_text(const std::string& mac);
@@ -147,6 +164,114 @@ std::string directory_of(const std::string& path);
 // chain that loops back on itself) stops there; the disk then gets no
 // "max-size" and no createType flags.
 constexpr int kMaxParentDepth = 32;
+
+// ---------------------------------------------------------- virtual disks
+
+// One extent line of a .vmdk descriptor ("RW 41943040 VMFS "x-flat.vmdk"").
+struct VmdkExtent {
+  int64_t sectors = 0;
+  std::string file;  // relative to the descriptor's directory
+};
+// What the agent reads of a .vmdk descriptor.
+struct VmdkDescriptor {
+  std::string parent_hint;  // parentFileNameHint: set for a delta disk
+  std::string create_type;
+  std::vector<VmdkExtent> extents;  // RW/RDONLY lines that name a .vmdk
+};
+VmdkDescriptor parse_descriptor(const std::string& text);
+// Sectors of all extents, in bytes.
+uint64_t provisioned_bytes(const VmdkDescriptor& descriptor);
+// Sizes of the extents' files in `dir` (ending in "/").
+uint64_t occupied_bytes(HostAccess& host, const VmdkDescriptor& descriptor, const std::string& dir);
+
+// What one disk's descriptor chain says: the space its own files take (only
+// asked of the disk a machine names), the provisioned size and allocation
+// of the base disk at the end of the chain (absent when the chain is too
+// long or loops).
+struct DiskSizes {
+  bool has_cur = false;
+  uint64_t cur = 0;
+  bool has_max = false;
+  uint64_t max = 0;
+  DiskFlags flags;
+};
+DiskSizes read_disk(HostAccess& host, const std::string& path, bool top_level, int depth);
+// cur-size, max-size, preallocated, single-file: those the sizes hold.
+void record_disk_sizes(ztag* disk, const DiskSizes& sizes);
+
+// ------------------------------------------------------- virtual machines
+
+struct VmDisk {
+  std::string interface;  // "SCSI" or "IDE"
+  std::string file;       // as the .vmx names it
+};
+struct VmCdrom {
+  std::string interface;
+  std::string connection;  // the image, or "auto detect"
+};
+struct VmAdapter {
+  std::string conn_type;
+  std::string addr_type;
+  std::string mac;      // dashed, upper case
+  int link_state = -1;  // bridged adapters only: 0 or 1
+  std::string vnet;     // custom adapters only
+};
+// What the agent reads of a .vmx configuration.
+struct VmConfig {
+  std::string name;
+  std::string hw_version;
+  std::string guest_os;
+  std::string notes;
+  std::string memory;
+  int64_t total_cores = 1;
+  int64_t cores_per_cpu = 1;
+  std::vector<VmDisk> disks;  // present units naming a .vmdk, SCSI then IDE
+  std::vector<VmCdrom> cdroms;
+  std::vector<VmAdapter> adapters;  // slots 0 to 14
+};
+VmConfig parse_vmx(const std::string& vmx);
+// The disk units and CD-ROM drives of one controller kind ("scsi", "ide").
+std::vector<VmDisk> vm_disks(const std::string& vmx, const char* prefix);
+std::vector<VmCdrom> vm_cdroms(const std::string& vmx, const char* prefix);
+
+// A disk the configuration names that exists, with its chain's sizes.
+struct FoundDisk {
+  VmDisk entry;
+  DiskSizes sizes;
+};
+std::vector<FoundDisk> find_disks(HostAccess& host, const std::vector<VmDisk>& disks,
+                                  const std::string& vmx_dir);
+// What the host adds to a machine's configuration.
+struct VmFiles {
+  std::string family;  // guest family ("kind"), "" when unknown
+  uint64_t all_bytes = 0;
+  uint64_t disk_bytes = 0;
+  uint64_t datastore_free = 0;
+  std::vector<FoundDisk> disks;
+};
+// Writes one machine: its value, attributes and "Devices".
+void record_vm(ztag* machine, const VmConfig& config, const VmFiles& files);
+
+// One line of "esxcli storage filesystem list": Logical-disks /
+// partition:N, and the line's free and size amounts in GB.
+void scan_filesystem_line(const std::string& line, zXML* doc, int line_number, float& free_gb,
+                          float& size_gb);
+
+// Records the machines of a "vim-cmd vmsvc/getallvms" listing.
+void record_vms(ScanContext& ctx, const std::string& listing, zXML* doc);
+// One machine: its .vmx configuration, files, disks, drives and adapters.
+void process_vm(ScanContext& ctx, const std::string& vmx_path, ztag* machine,
+                uint64_t datastore_free);
+void scan_vm_cdroms(ztag* devices, const std::string& vmx_text, const char* prefix,
+                    int& cd_counter);
+void scan_vm_disks(ScanContext& ctx, ztag* devices, const std::string& vmx_text, const char* prefix,
+                   const std::string& vmx_dir, uint64_t datastore_free, int& disk_counter);
+// depth counts the parent disks followed so far (a chain stops after
+// kMaxParentDepth).
+void read_vmdk(ScanContext& ctx, const std::string& path, ztag* disk, bool top_level,
+               int depth = 0);
+uint64_t extent_bytes(ScanContext& ctx, const std::string& descriptor, const std::string& dir,
+                      bool provisioned);
 
 }  // namespace storage
 

@@ -8,9 +8,10 @@
 #include <cctype>
 #include <cstdio>
 
-#include "app/scanner.h"
+#include "collectors/scan_context.h"
 #include "collectors/storage/storage.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 
 namespace {
@@ -20,25 +21,10 @@ namespace {
 // named where a descriptor belongs cannot take the scan's memory.
 constexpr size_t kMaxDescriptorBytes = 16u << 20;
 
-std::string lower(const std::string& text) {
-  std::string out = text;
-  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return out;
-}
-
 // Up to max bytes from the start of a file ("" when it cannot be opened).
-std::string read_head(const std::string& path, size_t max) {
+std::string read_head(HostAccess& host, const std::string& path, size_t max) {
   std::string data;
-  FILE* f = open_for_reading(path.c_str(), "rb");
-  if (f == nullptr) return data;
-  char buffer[8192];
-  while (data.size() < max) {
-    const size_t want = std::min(sizeof buffer, max - data.size());
-    const size_t got = std::fread(buffer, 1, want, f);
-    if (got == 0) break;
-    data.append(buffer, got);
-  }
-  std::fclose(f);
+  host.read(path, max, &data);
   return data;
 }
 
@@ -52,7 +38,7 @@ std::string device_value(const std::string& vmx, const std::string& device, cons
 
 DiskFlags create_type_flags(const std::string& create_type) {
   DiskFlags flags;
-  const std::string type = lower(create_type);
+  const std::string type = text::lower_ascii(create_type);
   // A sparse delta on VMFS counts as preallocated: its space is taken from
   // the datastore as the guest writes, block by block.
   if (type == "vmfs") return {1, 1};
@@ -92,93 +78,106 @@ std::string directory_of(const std::string& path) {
 
 }  // namespace storage
 
-void CScaner::scan_vm_disks(ztag* devices, const std::string& vmx, const char* prefix,
-                            const std::string& vmx_dir, uint64_t datastore_free,
+void storage::scan_vm_disks(ScanContext& ctx, ztag* devices, const std::string& vmx,
+                            const char* prefix, const std::string& vmx_dir, uint64_t datastore_free,
                             int& disk_counter) {
-  const std::string interface_name = storage::upper_text(prefix);
-  // Only controllers marked present count, IDE ones included.
-  for (int k = 0; k < 15; ++k) {
-    if (storage::controller_present(vmx, prefix, k) != "TRUE") continue;
-    if (!storage::mentions_controller(vmx, prefix, k)) continue;
-    for (int unit = 0; unit < 15; ++unit) {
-      const std::string device = format_string("%s%d:%d", prefix, k, unit);
-      const std::string file = storage::device_value(vmx, device, ".fileName = \"");
-      if (storage::device_value(vmx, device, ".present = \"") != "TRUE") continue;
-      const size_t dot = file.rfind('.');
-      if (dot == std::string::npos || file.compare(dot, std::string::npos, ".vmdk") != 0) continue;
-      // The name is always taken relative to the machine's directory; an
-      // absolute name therefore does not lead to a file.
-      const std::string path = vmx_dir + file;
-      if (!storage::can_open(path)) continue;
-      ztag* disk = devices->child(format_string("hdd:%d", ++disk_counter));
-      disk->set_attr("interface", zvalue(interface_name));
-      disk->set_attr("disk-file", zvalue(file));
-      storage::set_byte_size_attr(disk, "system-free", datastore_free);
-      read_vmdk(path, disk, true);
-    }
+  for (const FoundDisk& d : find_disks(ctx.host, vm_disks(vmx, prefix), vmx_dir)) {
+    ztag* disk = devices->child(format_string("hdd:%d", ++disk_counter));
+    disk->set_attr("interface", zvalue(d.entry.interface));
+    disk->set_attr("disk-file", zvalue(d.entry.file));
+    set_byte_size_attr(disk, "system-free", datastore_free);
+    record_disk_sizes(disk, d.sizes);
   }
 }
 
-void CScaner::read_vmdk(const std::string& path, ztag* disk, bool top_level, int depth) {
-  // A chain longer than this (a loop, for instance) is not followed further.
-  if (depth > storage::kMaxParentDepth) return;
-
-  std::string descriptor;
-  {
-    const std::string head = read_head(path, storage::kVmdkHead);
-    // Otherwise the whole file is the descriptor (already read when short).
-    if (storage::is_sparse_extent(head)) {
-      descriptor = storage::embedded_descriptor(head);
-    } else {
-      descriptor = head.size() < storage::kVmdkHead ? head : read_head(path, kMaxDescriptorBytes);
-    }
-  }
-  const std::string dir = storage::directory_of(path);
-
-  const std::string parent = text_between(descriptor, "parentFileNameHint=\"", "\"");
-  if (!parent.empty()) {
-    // A delta disk: its own extents are what it occupies; the size and the
-    // allocation are those of the base disk.
-    if (top_level) {
-      storage::set_byte_size_attr(disk, "cur-size", extent_bytes(descriptor, dir, false));
-    }
-    // Only one descriptor is held at a time, however long the chain.
-    std::string().swap(descriptor);
-    read_vmdk(dir + parent, disk, false, depth + 1);
-    return;
-  }
-  if (top_level) {
-    storage::set_byte_size_attr(disk, "cur-size", extent_bytes(descriptor, dir, false));
-  }
-  storage::set_byte_size_attr(disk, "max-size", extent_bytes(descriptor, dir, true));
-  const storage::DiskFlags flags =
-      storage::create_type_flags(text_between(descriptor, "createType=\"", "\""));
-  if (flags.preallocated >= 0) disk->set_attr("preallocated", zvalue(flags.preallocated));
-  if (flags.single_file >= 0) disk->set_attr("single-file", zvalue(flags.single_file));
-}
-
-uint64_t CScaner::extent_bytes(const std::string& descriptor, const std::string& dir,
-                               bool provisioned) {
-  const size_t section = descriptor.find("# Extent description");
-  if (section == std::string::npos) return 0;
-  uint64_t total = 0;
-  size_t nl = descriptor.find('\n', section);
-  while (nl != std::string::npos) {
-    const size_t next = descriptor.find('\n', nl + 1);
-    if (next == std::string::npos) break;
-    const std::string line = descriptor.substr(nl + 1, next - nl - 1);
+storage::VmdkDescriptor storage::parse_descriptor(const std::string& text) {
+  VmdkDescriptor d;
+  d.parent_hint = text_between(text, "parentFileNameHint=\"", "\"");
+  d.create_type = text_between(text, "createType=\"", "\"");
+  // The extent lines follow the section title, up to an empty line or a
+  // comment; a last line without a line end is not read.
+  const size_t section = text.find("# Extent description");
+  if (section == std::string::npos) return d;
+  for (const std::string& line : text::lines_after(
+           text.substr(section), "", text::NoMarker::kNoLines, text::LastLine::kIgnored)) {
     if (line.empty() || line[0] == '#') break;
-    nl = next;
     // RW 41943040 VMFS "name-flat.vmdk" [offset]
     if (line.find(".vmdk") == std::string::npos) continue;
-    const std::vector<std::string> fields = split_fields(line, ' ');
+    const std::vector<std::string> fields = text::split_fields(line, ' ');
     if (fields.empty() || (fields[0] != "RW" && fields[0] != "RDONLY")) continue;
-    if (provisioned) {
-      const int64_t sectors = fields.size() > 1 ? storage::read_decimal(fields[1]) : 0;
-      total += static_cast<uint64_t>(sectors) * 512u;
+    d.extents.push_back(VmdkExtent{fields.size() > 1 ? read_decimal(fields[1]) : 0,
+                                   text_between(line, "\"", "\"")});
+  }
+  return d;
+}
+
+uint64_t storage::provisioned_bytes(const VmdkDescriptor& descriptor) {
+  uint64_t total = 0;
+  for (const VmdkExtent& e : descriptor.extents) total += static_cast<uint64_t>(e.sectors) * 512u;
+  return total;
+}
+
+uint64_t storage::occupied_bytes(HostAccess& host, const VmdkDescriptor& descriptor,
+                                 const std::string& dir) {
+  uint64_t total = 0;
+  for (const VmdkExtent& e : descriptor.extents) total += file_size(host, dir + e.file);
+  return total;
+}
+
+storage::DiskSizes storage::read_disk(HostAccess& host, const std::string& path, bool top_level,
+                                      int depth) {
+  DiskSizes sizes;
+  // A chain longer than this (a loop, for instance) is not followed further.
+  if (depth > kMaxParentDepth) return sizes;
+  VmdkDescriptor descriptor;
+  {
+    const std::string head = read_head(host, path, kVmdkHead);
+    // Otherwise the whole file is the descriptor (already read when short).
+    if (is_sparse_extent(head)) {
+      descriptor = parse_descriptor(embedded_descriptor(head));
     } else {
-      total += file_size(dir + text_between(line, "\"", "\""));
+      descriptor = parse_descriptor(
+          head.size() < kVmdkHead ? head : read_head(host, path, kMaxDescriptorBytes));
     }
   }
-  return total;
+  const std::string dir = directory_of(path);
+  if (top_level) {
+    sizes.has_cur = true;
+    sizes.cur = occupied_bytes(host, descriptor, dir);
+  }
+  if (!descriptor.parent_hint.empty()) {
+    // A delta disk: its own extents are what it occupies; the size and the
+    // allocation are those of the base disk. Only one descriptor is held at
+    // a time, however long the chain.
+    const std::string parent = dir + descriptor.parent_hint;
+    descriptor = VmdkDescriptor();
+    const DiskSizes base = read_disk(host, parent, false, depth + 1);
+    sizes.has_max = base.has_max;
+    sizes.max = base.max;
+    sizes.flags = base.flags;
+    return sizes;
+  }
+  sizes.has_max = true;
+  sizes.max = provisioned_bytes(descriptor);
+  sizes.flags = create_type_flags(descriptor.create_type);
+  return sizes;
+}
+
+void storage::record_disk_sizes(ztag* disk, const DiskSizes& sizes) {
+  if (sizes.has_cur) set_byte_size_attr(disk, "cur-size", sizes.cur);
+  if (sizes.has_max) set_byte_size_attr(disk, "max-size", sizes.max);
+  if (sizes.flags.preallocated >= 0)
+    disk->set_attr("preallocated", zvalue(sizes.flags.preallocated));
+  if (sizes.flags.single_file >= 0) disk->set_attr("single-file", zvalue(sizes.flags.single_file));
+}
+
+void storage::read_vmdk(ScanContext& ctx, const std::string& path, ztag* disk, bool top_level,
+                        int depth) {
+  record_disk_sizes(disk, read_disk(ctx.host, path, top_level, depth));
+}
+
+uint64_t storage::extent_bytes(ScanContext& ctx, const std::string& descriptor,
+                               const std::string& dir, bool provisioned) {
+  const VmdkDescriptor d = parse_descriptor(descriptor);
+  return provisioned ? provisioned_bytes(d) : occupied_bytes(ctx.host, d, dir);
 }

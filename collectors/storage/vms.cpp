@@ -2,17 +2,18 @@
 // one's .vmx configuration (name, guest, notes, memory, processors, network
 // adapters, CD-ROM drives), the space its directory takes and its power
 // state. The disks are read in vmdk.cpp.
-#include <dirent.h>
-
 #include <cctype>
 #include <cstdint>
 #include <memory>
 #include <unordered_set>
 
-#include "app/scanner.h"
+#include "collectors/collectors.h"
+#include "collectors/scan_context.h"
 #include "collectors/storage/storage.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
+#include "zxml/zXML.h"
 
 namespace storage {
 
@@ -21,9 +22,9 @@ std::string vmx_value(const std::string& vmx, const std::string& key) {
 }
 
 std::string mac_text(const std::string& mac) {
-  std::string out = mac;
+  std::string out = text::upper_ascii(mac);
   for (char& c : out) {
-    c = c == ':' ? '-' : static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    if (c == ':') c = '-';
   }
   return out;
 }
@@ -51,12 +52,6 @@ bool mentions_controller(const std::string& vmx, const char* prefix, int number)
 
 std::string controller_present(const std::string& vmx, const char* prefix, int number) {
   return text_between(vmx, format_string("%s%d.present = \"", prefix, number), "\"");
-}
-
-std::string upper_text(const std::string& text) {
-  std::string out = text;
-  for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  return out;
 }
 
 int64_t cpu_count(int64_t total_cores, int64_t cores_per_socket) {
@@ -126,33 +121,33 @@ class MachineNumbers {
 // entry whose type the file system does not report is measured too; one
 // that turns out to be a directory counts 0, like a file that cannot be
 // opened.
-void directory_totals(const std::string& dir, uint64_t& all_files, uint64_t& disk_files) {
+void directory_totals(HostAccess& host, const std::string& dir, uint64_t& all_files,
+                      uint64_t& disk_files) {
   all_files = 0;
   disk_files = 0;
-  DIR* d = opendir(dir.c_str());
-  if (d == nullptr) return;
-  while (const dirent* e = readdir(d)) {
-    if (e->d_type == DT_DIR) continue;
-    const std::string path = dir + "/" + e->d_name;
-    const uint64_t size = file_size(path);
+  std::vector<HostRecord::DirEntry> entries;
+  if (!host.list_dir(dir, &entries)) return;
+  for (const HostRecord::DirEntry& e : entries) {
+    if (e.type == 'd') continue;
+    const std::string path = dir + "/" + e.name;
+    const uint64_t size = file_size(host, path);
     all_files += size;
     const size_t dot = path.rfind('.');
     if (dot != std::string::npos && path.compare(dot + 1, std::string::npos, "vmdk") == 0) {
       disk_files += size;
     }
   }
-  closedir(d);
 }
 
 }  // namespace
 
-void CScaner::scan_vms(zXML* doc) {
+void collect_vms(ScanContext& ctx, zXML* doc) {
   // The machine list node exists even when the host lists no machines.
   doc->top()->child("VMs");
-  record_vms(run_command("vim-cmd vmsvc/getallvms"), doc);
+  storage::record_vms(ctx, run_command(ctx.host, "vim-cmd vmsvc/getallvms"), doc);
 }
 
-void CScaner::record_vms(const std::string& listing, zXML* doc) {
+void storage::record_vms(ScanContext& ctx, const std::string& listing, zXML* doc) {
   ztag* top = doc->top();
   ztag* vms = top->child("VMs");
   size_t nl = listing.find('\n');
@@ -199,110 +194,179 @@ void CScaner::record_vms(const std::string& listing, zXML* doc) {
       if (base != nullptr) datastore_free = static_cast<uint64_t>(storage::read_decimal(*base));
     }
 
-    if (!storage::can_open(vmx_path)) {
+    if (!storage::can_open(ctx.host, vmx_path)) {
       machine->set_attr("vm-state", zvalue(3));
       continue;
     }
-    process_vm(vmx_path, machine, datastore_free);
-    const int state =
-        storage::power_state(run_command("vim-cmd vmsvc/power.getstate " + shell_quote(entry.id)));
+    process_vm(ctx, vmx_path, machine, datastore_free);
+    const int state = storage::power_state(
+        run_command(ctx.host, "vim-cmd vmsvc/power.getstate " + shell_quote(entry.id)));
     if (state >= 0) machine->set_attr("vm-state", zvalue(state));
   }
 }
 
-void CScaner::process_vm(const std::string& vmx_path, ztag* machine, uint64_t datastore_free) {
-  print_message("ProcessVM start\n");
-  const std::string vmx = read_file(vmx_path);
-  if (vmx.empty()) return;
-
-  machine->set_value(zvalue(storage::vmx_value(vmx, "displayName")));
-  machine->set_attr("vm-version", zvalue(storage::vmx_value(vmx, "virtualHW.version")));
-  const std::string guest = storage::vmx_value(vmx, "guestOS");
-  print_message("GuestOS = %s\n", guest.c_str());
-  machine->set_attr("vm-guest-os-type", zvalue(guest));
-  const std::string family = dictionary->guest_family(guest);
-  if (!family.empty()) machine->add_meta("kind", family);
-
-  const size_t slash = vmx_path.rfind('/');
-  const std::string dir = vmx_path.substr(0, slash);
-  uint64_t all_files = 0;
-  uint64_t disk_files = 0;
-  directory_totals(dir, all_files, disk_files);
-  storage::set_byte_size_attr(machine, "vm-current-stor-size", disk_files);
-  storage::set_byte_size_attr(machine, "vm-current-size", all_files);
-
-  const std::string notes = storage::notes_text(storage::vmx_value(vmx, "annotation"));
-  if (!notes.empty()) machine->set_attr("vm-notes", zvalue(notes));
-
-  ztag* devices = machine->child("Devices");
-  devices->set_attr("vm-memory-size", zvalue(storage::vmx_value(vmx, "memsize")));
-  const std::string vcpus = storage::vmx_value(vmx, "numvcpus");
-  const std::string per_socket = storage::vmx_value(vmx, "cpuid.coresPerSocket");
-  const int64_t total_cores = vcpus.empty() ? 1 : storage::read_decimal(vcpus);
-  const int64_t cores_per_cpu = per_socket.empty() ? 1 : storage::read_decimal(per_socket);
-  devices->set_attr("vm-processors", zvalue(""), "complex", "");
-  ztag* processors = devices->child("vm-processors");
-  processors->add_meta("field-source", "");
-  processors->set_attr("total-cores", zvalue(total_cores));
-  processors->set_attr("cpu-count", zvalue(storage::cpu_count(total_cores, cores_per_cpu)));
-  processors->set_attr("cores-per-cpu", zvalue(cores_per_cpu));
-
-  // Disks and CD-ROM drives, SCSI controllers before IDE ones; the disk and
-  // the drive numbers each run on across both kinds.
-  const std::string vmx_dir = vmx_path.substr(0, slash == std::string::npos ? 0 : slash + 1);
-  int disks = 0;
-  print_message("~2.\n");
-  scan_vm_disks(devices, vmx, "scsi", vmx_dir, datastore_free, disks);
-  print_message("~3.\n");
-  scan_vm_disks(devices, vmx, "ide", vmx_dir, datastore_free, disks);
-  print_message("~4.\n");
-  int cdroms = 0;
-  scan_vm_cdroms(devices, vmx, "scsi", cdroms);
-  print_message("~5.\n");
-  scan_vm_cdroms(devices, vmx, "ide", cdroms);
-  print_message("~6.\n");
-
-  // Network adapters in slots 0 to 14.
-  int adapters = 0;
-  for (int slot = 0; slot < 15; ++slot) {
-    const std::string adapter = format_string("ethernet%d", slot);
-    if (storage::device_value(vmx, adapter, ".present = \"") != "TRUE") continue;
-    ztag* net = devices->child(format_string("net:%d", ++adapters));
-    std::string conn = storage::device_value(vmx, adapter, ".connectionType = \"");
-    if (conn.empty()) conn = "bridged";
-    net->set_attr("conn-type", zvalue(conn));
-    net->set_attr("addr-type", zvalue(storage::device_value(vmx, adapter, ".addressType = \"")));
-    std::string mac = storage::device_value(vmx, adapter, ".generatedAddress = \"");
-    if (mac.empty()) mac = storage::device_value(vmx, adapter, ".address = \"");
-    net->set_attr("mac-address", zvalue(storage::mac_text(mac)));
-    if (conn == "bridged") {
-      const bool lsp =
-          storage::device_value(vmx, adapter, ".linkStatePropagation.enable = \"") == "TRUE";
-      net->set_attr("link-state-propagation", zvalue(lsp ? 1 : 0));
+std::vector<storage::VmDisk> storage::vm_disks(const std::string& vmx, const char* prefix) {
+  std::vector<VmDisk> disks;
+  // Only controllers marked present count, IDE ones included.
+  for (int k = 0; k < 15; ++k) {
+    if (controller_present(vmx, prefix, k) != "TRUE") continue;
+    if (!mentions_controller(vmx, prefix, k)) continue;
+    for (int unit = 0; unit < 15; ++unit) {
+      const std::string device = format_string("%s%d:%d", prefix, k, unit);
+      const std::string file = device_value(vmx, device, ".fileName = \"");
+      if (device_value(vmx, device, ".present = \"") != "TRUE") continue;
+      const size_t dot = file.rfind('.');
+      if (dot == std::string::npos || file.compare(dot, std::string::npos, ".vmdk") != 0) continue;
+      disks.push_back(VmDisk{text::upper_ascii(prefix), file});
     }
-    if (conn == "custom")
-      net->set_attr("vnet", zvalue(storage::device_value(vmx, adapter, ".vnet = \"")));
   }
+  return disks;
 }
 
-void CScaner::scan_vm_cdroms(ztag* devices, const std::string& vmx, const char* prefix,
-                             int& cd_counter) {
+std::vector<storage::VmCdrom> storage::vm_cdroms(const std::string& vmx, const char* prefix) {
+  std::vector<VmCdrom> drives;
   // IDE controllers are walked even without a presence key.
   const bool ide = std::string(prefix) == "ide";
   for (int k = 0; k < 15; ++k) {
-    if (!ide && storage::controller_present(vmx, prefix, k) != "TRUE") continue;
-    if (!storage::mentions_controller(vmx, prefix, k)) continue;
+    if (!ide && controller_present(vmx, prefix, k) != "TRUE") continue;
+    if (!mentions_controller(vmx, prefix, k)) continue;
     for (int unit = 0; unit < 15; ++unit) {
       const std::string device = format_string("%s%d:%d", prefix, k, unit);
-      const std::string file = storage::device_value(vmx, device, ".fileName = \"");
-      if (storage::device_value(vmx, device, ".present = \"") != "TRUE") continue;
-      if (storage::device_value(vmx, device, ".deviceType = \"").find("cdrom") == std::string::npos)
+      const std::string file = device_value(vmx, device, ".fileName = \"");
+      if (device_value(vmx, device, ".present = \"") != "TRUE") continue;
+      if (device_value(vmx, device, ".deviceType = \"").find("cdrom") == std::string::npos)
         continue;
-      const bool autodetect = storage::device_value(vmx, device, ".autodetect = \"") == "TRUE";
+      const bool autodetect = device_value(vmx, device, ".autodetect = \"") == "TRUE";
       if (file.empty() && !autodetect) continue;
-      ztag* cd = devices->child(format_string("cd:%d", ++cd_counter));
-      cd->set_attr("interface", zvalue(storage::upper_text(prefix)));
-      cd->set_attr("connection", zvalue(file.empty() ? std::string("auto detect") : file));
+      drives.push_back(VmCdrom{text::upper_ascii(prefix), file.empty() ? "auto detect" : file});
     }
+  }
+  return drives;
+}
+
+storage::VmConfig storage::parse_vmx(const std::string& vmx) {
+  VmConfig c;
+  c.name = vmx_value(vmx, "displayName");
+  c.hw_version = vmx_value(vmx, "virtualHW.version");
+  c.guest_os = vmx_value(vmx, "guestOS");
+  c.notes = notes_text(vmx_value(vmx, "annotation"));
+  c.memory = vmx_value(vmx, "memsize");
+  const std::string vcpus = vmx_value(vmx, "numvcpus");
+  const std::string per_socket = vmx_value(vmx, "cpuid.coresPerSocket");
+  c.total_cores = vcpus.empty() ? 1 : read_decimal(vcpus);
+  c.cores_per_cpu = per_socket.empty() ? 1 : read_decimal(per_socket);
+  // Disks and CD-ROM drives, SCSI controllers before IDE ones.
+  c.disks = vm_disks(vmx, "scsi");
+  for (VmDisk& d : vm_disks(vmx, "ide")) c.disks.push_back(d);
+  c.cdroms = vm_cdroms(vmx, "scsi");
+  for (VmCdrom& d : vm_cdroms(vmx, "ide")) c.cdroms.push_back(d);
+  // Network adapters in slots 0 to 14.
+  for (int slot = 0; slot < 15; ++slot) {
+    const std::string adapter = format_string("ethernet%d", slot);
+    if (device_value(vmx, adapter, ".present = \"") != "TRUE") continue;
+    VmAdapter a;
+    a.conn_type = device_value(vmx, adapter, ".connectionType = \"");
+    if (a.conn_type.empty()) a.conn_type = "bridged";
+    a.addr_type = device_value(vmx, adapter, ".addressType = \"");
+    std::string mac = device_value(vmx, adapter, ".generatedAddress = \"");
+    if (mac.empty()) mac = device_value(vmx, adapter, ".address = \"");
+    a.mac = mac_text(mac);
+    if (a.conn_type == "bridged") {
+      a.link_state = device_value(vmx, adapter, ".linkStatePropagation.enable = \"") == "TRUE";
+    }
+    if (a.conn_type == "custom") a.vnet = device_value(vmx, adapter, ".vnet = \"");
+    c.adapters.push_back(a);
+  }
+  return c;
+}
+
+void storage::record_vm(ztag* machine, const VmConfig& c, const VmFiles& files) {
+  machine->set_value(zvalue(c.name));
+  machine->set_attr("vm-version", zvalue(c.hw_version));
+  machine->set_attr("vm-guest-os-type", zvalue(c.guest_os));
+  if (!files.family.empty()) machine->add_meta("kind", files.family);
+  set_byte_size_attr(machine, "vm-current-stor-size", files.disk_bytes);
+  set_byte_size_attr(machine, "vm-current-size", files.all_bytes);
+  if (!c.notes.empty()) machine->set_attr("vm-notes", zvalue(c.notes));
+
+  ztag* devices = machine->child("Devices");
+  devices->set_attr("vm-memory-size", zvalue(c.memory));
+  devices->set_attr("vm-processors", zvalue(""), "complex", "");
+  ztag* processors = devices->child("vm-processors");
+  processors->add_meta("field-source", "");
+  processors->set_attr("total-cores", zvalue(c.total_cores));
+  processors->set_attr("cpu-count", zvalue(cpu_count(c.total_cores, c.cores_per_cpu)));
+  processors->set_attr("cores-per-cpu", zvalue(c.cores_per_cpu));
+
+  // The disk and the drive numbers each run on across SCSI and IDE.
+  int number = 0;
+  for (const FoundDisk& d : files.disks) {
+    ztag* disk = devices->child(format_string("hdd:%d", ++number));
+    disk->set_attr("interface", zvalue(d.entry.interface));
+    disk->set_attr("disk-file", zvalue(d.entry.file));
+    set_byte_size_attr(disk, "system-free", files.datastore_free);
+    record_disk_sizes(disk, d.sizes);
+  }
+  number = 0;
+  for (const VmCdrom& d : c.cdroms) {
+    ztag* cd = devices->child(format_string("cd:%d", ++number));
+    cd->set_attr("interface", zvalue(d.interface));
+    cd->set_attr("connection", zvalue(d.connection));
+  }
+  number = 0;
+  for (const VmAdapter& a : c.adapters) {
+    ztag* net = devices->child(format_string("net:%d", ++number));
+    net->set_attr("conn-type", zvalue(a.conn_type));
+    net->set_attr("addr-type", zvalue(a.addr_type));
+    net->set_attr("mac-address", zvalue(a.mac));
+    if (a.link_state >= 0) net->set_attr("link-state-propagation", zvalue(a.link_state));
+    if (a.conn_type == "custom") net->set_attr("vnet", zvalue(a.vnet));
+  }
+}
+
+std::vector<storage::FoundDisk> storage::find_disks(HostAccess& host,
+                                                    const std::vector<VmDisk>& disks,
+                                                    const std::string& vmx_dir) {
+  std::vector<FoundDisk> found;
+  for (const VmDisk& d : disks) {
+    // The name is always taken relative to the machine's directory; an
+    // absolute name therefore does not lead to a file.
+    const std::string path = vmx_dir + d.file;
+    if (!can_open(host, path)) continue;
+    found.push_back(FoundDisk{d, read_disk(host, path, true, 0)});
+  }
+  return found;
+}
+
+void storage::process_vm(ScanContext& ctx, const std::string& vmx_path, ztag* machine,
+                         uint64_t datastore_free) {
+  print_message("ProcessVM start\n");
+  const std::string vmx = read_file(ctx.host, vmx_path);
+  if (vmx.empty()) return;
+  const VmConfig config = parse_vmx(vmx);
+  print_message("GuestOS = %s\n", config.guest_os.c_str());
+
+  VmFiles files;
+  files.family = ctx.dictionary.guest_family(config.guest_os);
+  files.datastore_free = datastore_free;
+  const size_t slash = vmx_path.rfind('/');
+  directory_totals(ctx.host, vmx_path.substr(0, slash), files.all_bytes, files.disk_bytes);
+  const std::string vmx_dir = vmx_path.substr(0, slash == std::string::npos ? 0 : slash + 1);
+  print_message("~2.\n");
+  files.disks = find_disks(ctx.host, vm_disks(vmx, "scsi"), vmx_dir);
+  print_message("~3.\n");
+  for (FoundDisk& d : find_disks(ctx.host, vm_disks(vmx, "ide"), vmx_dir)) files.disks.push_back(d);
+  print_message("~4.\n");
+  print_message("~5.\n");
+  print_message("~6.\n");
+  record_vm(machine, config, files);
+}
+
+void storage::scan_vm_cdroms(ztag* devices, const std::string& vmx, const char* prefix,
+                             int& cd_counter) {
+  for (const VmCdrom& d : vm_cdroms(vmx, prefix)) {
+    ztag* cd = devices->child(format_string("cd:%d", ++cd_counter));
+    cd->set_attr("interface", zvalue(d.interface));
+    cd->set_attr("connection", zvalue(d.connection));
   }
 }

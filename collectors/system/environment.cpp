@@ -2,8 +2,9 @@
 #include "collectors/system/environment.h"
 
 #include "collectors/collectors.h"
-#include "collectors/system/text_lines.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
@@ -24,10 +25,10 @@ void add_environment_variable(ztag* top, const std::string& line) {
 }
 
 void record_environment(ztag* top, const std::string& env_output) {
-  for_each_complete_line(env_output,
-                         [top](const std::string& line) { add_environment_variable(top, line); });
+  text::for_each_complete_line(
+      env_output, [top](const std::string& line) { add_environment_variable(top, line); });
 }
 
-void collect_environment(CScaner*, zXML* doc) {
-  record_environment(doc->top(), run_command("env"));
+void collect_environment(ScanContext& ctx, zXML* doc) {
+  record_environment(doc->top(), run_command(ctx.host, "env"));
 }

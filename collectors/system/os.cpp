@@ -6,10 +6,11 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "app/scanner.h"
 #include "collectors/collectors.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
 #include "zxml/tag.h"
+#include "zxml/zXML.h"
 
 namespace {
 
@@ -134,16 +135,20 @@ std::string format_uptime_seconds(long long seconds, bool clock_ok) {
   return format_string("%08lld%02d%02d%02d.000000:000", days, hours, minutes, secs);
 }
 
-char* format_uptime() {
+char* format_uptime(HostAccess& host) {
   struct timespec now;
-  const bool ok = clock_gettime(CLOCK_MONOTONIC, &now) == 0;
+  const bool ok = host.monotonic(&now);
   const std::string text = format_uptime_seconds(ok ? static_cast<long long>(now.tv_sec) : 0, ok);
   return format_alloc("%s", text.c_str());
 }
 
-std::string collect_os(CScaner* scanner, zXML* doc, int* out_esx_major, int* out_esx_minor,
+char* format_uptime() {
+  return format_uptime(live_host());
+}
+
+std::string collect_os(ScanContext& ctx, zXML* doc, int* out_esx_major, int* out_esx_minor,
                        bool raw_mode) {
-  const PKGDetector& detector = *scanner->detector;
+  const PKGDetector& detector = ctx.tools;
   // Raw mode writes nothing into the tree, and without a document there is
   // nowhere to write the missing-tool warning either.
   ztag* top = (raw_mode || doc == nullptr) ? nullptr : doc->top();
@@ -152,12 +157,12 @@ std::string collect_os(CScaner* scanner, zXML* doc, int* out_esx_major, int* out
     add_missing_tool_warning(top->child("OS"), "uname", "os", false);
   }
 
-  const std::string vmware_v = run_command("vmware -v");
+  const std::string vmware_v = run_command(ctx.host, "vmware -v");
   int major = -1;
   int minor = -1;
   parse_vmware_version(vmware_v, &major, &minor);
   std::string esxcli_version;
-  if (major == 5 || major == 6) esxcli_version = run_command("esxcli system version get");
+  if (major == 5 || major == 6) esxcli_version = run_command(ctx.host, "esxcli system version get");
   OsInfo info;
   parse_os(vmware_v, esxcli_version, info);
   *out_esx_major = info.esx_major;
@@ -168,10 +173,11 @@ std::string collect_os(CScaner* scanner, zXML* doc, int* out_esx_major, int* out
 
   const char* architecture = nullptr;
   if (has_uname) {
-    const std::string machine = run_command(shell_quote(detector.tool_path("uname")) + " -m");
+    const std::string machine =
+        run_command(ctx.host, shell_quote(detector.tool_path("uname")) + " -m");
     architecture = machine.find("64") != std::string::npos ? "64-bit" : "32-bit";
   }
-  char* uptime = format_uptime();
+  char* uptime = format_uptime(ctx.host);
   record_os(info, top, architecture, uptime);
   delete[] uptime;
   return std::string();

@@ -1,16 +1,16 @@
 // Processes collector.
 #include "collectors/system/processes.h"
 
-#include "app/scanner.h"
 #include "collectors/collectors.h"
-#include "collectors/system/text_lines.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
 namespace {
 
-const size_t npos = std::string::npos;
+using text::npos;
 
 // Cuts the column that starts at `pos` at the next single blank. Adjacent
 // blanks make empty columns: the listing pads its columns with blanks, and
@@ -35,7 +35,7 @@ void record_processes(ztag* top, const std::string& listing) {
   if (from == npos) return;
 
   unsigned n = 0;
-  for_each_complete_line(
+  text::for_each_complete_line(
       listing,
       [top, &n](const std::string& line) {
         size_t pos = 0;
@@ -54,14 +54,14 @@ void record_processes(ztag* top, const std::string& listing) {
       from);
 }
 
-void collect_processes(CScaner* scanner, zXML* doc) {
+void collect_processes(ScanContext& ctx, zXML* doc) {
   ztag* top = doc->top();
-  if (!scanner->detector->has_tool("ps")) {
+  if (!ctx.tools.has_tool("ps")) {
     add_missing_tool_warning(top->child("Processes"), "ps", "process", true);
     return;
   }
   // The path comes from a directory listing of the host, so it is quoted
   // like any other host text.
-  std::string cmdline = shell_quote(scanner->detector->tool_path("ps")) + " -cvu";
-  record_processes(top, run_command(cmdline));
+  std::string cmdline = shell_quote(ctx.tools.tool_path("ps")) + " -cvu";
+  record_processes(top, run_command(ctx.host, cmdline));
 }

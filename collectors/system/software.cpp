@@ -4,16 +4,17 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "app/scanner.h"
 #include "collectors/collectors.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/INVfile.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
 namespace {
 
-const size_t npos = std::string::npos;
+using text::npos;
 
 // The next blank-separated token of `line` after position `pos` (which is
 // at or before the blank that ends the previous token): from the first
@@ -61,20 +62,10 @@ std::string vib_install_date(const std::string& date) {
   return format_string("%s%s%s000000.000000+000", year.c_str(), month.c_str(), day.c_str());
 }
 
-void record_vib_list(ztag* top, const std::string& text) {
-  if (text.empty()) return;
-  size_t dashes = text.find("---");
-  if (dashes == npos) return;
-  size_t line_start = text.find('\n', dashes);
-  if (line_start == npos) return;
-  ++line_start;
+void record_vib_list(ztag* top, const std::string& listing) {
   // Only lines that end with "\n" are read.
-  for (;;) {
-    size_t line_end = text.find('\n', line_start);
-    if (line_end == npos) break;
-    std::string line = text.substr(line_start, line_end - line_start);
-    line_start = line_end + 1;
-
+  for (const std::string& line : text::lines_after(
+           listing, text::kThreeDashes, text::NoMarker::kNoLines, text::LastLine::kIgnored)) {
     size_t pos = line.find(' ');
     std::string name = line.substr(0, pos);
     std::string version = next_token(line, pos);
@@ -105,13 +96,14 @@ std::vector<std::string> ipkg_package_names(const std::string& list_text) {
   return names;
 }
 
-void record_ipkg_package(ztag* top, const std::string& name, const std::string& info_text) {
+void record_ipkg_package(HostAccess& host, ztag* top, const std::string& name,
+                         const std::string& info_text) {
   std::string version = text_between(info_text, "Version: ", "\n");
   std::string architecture = text_between(info_text, "Architecture: ", "\n");
   std::string installed = text_between(info_text, "Installed-Time: ", "\n");
   // strtoll gives 0 for no digits and saturates instead of overflowing.
   long long seconds = std::strtoll(installed.c_str(), nullptr, 10);
-  char* date = format_cim_datetime(seconds);
+  char* date = format_cim_datetime(host, seconds);
 
   ztag* soft = package_child(top, name, version);
   soft->set_attr("version", zvalue(version));
@@ -120,10 +112,10 @@ void record_ipkg_package(ztag* top, const std::string& name, const std::string& 
   delete[] date;
 }
 
-void record_ipkg(ztag* top, const std::string& list_text,
+void record_ipkg(HostAccess& host, ztag* top, const std::string& list_text,
                  const std::function<std::string(const std::string&)>& run) {
   for (const std::string& name : ipkg_package_names(list_text)) {
-    record_ipkg_package(top, name, run("ipkg info " + shell_quote(name)));
+    record_ipkg_package(host, top, name, run("ipkg info " + shell_quote(name)));
   }
 }
 
@@ -133,18 +125,22 @@ void sort_software(ztag* top) {
   software->sort_children(by_package_name);
 }
 
-void collect_software(CScaner*, zXML* doc, int esx_major) {
+void collect_software(ScanContext& ctx, zXML* doc, int esx_major) {
   ztag* top = doc->top();
   if (esx_major == 5 || esx_major == 6) {
-    record_vib_list(top, run_command("esxcli software vib list"));
+    record_vib_list(top, run_command(ctx.host, "esxcli software vib list"));
   } else if (esx_major == 4) {
-    record_ipkg(top, run_command("ipkg list"),
-                [](const std::string& cmdline) { return run_command(cmdline); });
+    record_ipkg(ctx.host, top, run_command(ctx.host, "ipkg list"),
+                [&ctx](const std::string& cmdline) { return run_command(ctx.host, cmdline); });
   }
   sort_software(top);
 }
 
+char* format_cim_datetime(HostAccess& host, long long seconds) {
+  time_t t = seconds == -1 ? host.wall_time() : static_cast<time_t>(seconds);
+  return format_alloc("%s", host_timestamp(host, t).c_str());
+}
+
 char* format_cim_datetime(long long seconds) {
-  time_t t = seconds == -1 ? time(nullptr) : static_cast<time_t>(seconds);
-  return format_alloc("%s", format_timestamp(t).c_str());
+  return format_cim_datetime(live_host(), seconds);
 }

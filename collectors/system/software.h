@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+class HostAccess;
 class ztag;
 
 // Turns a VIB install date "YYYY-MM-DD" into the date-time form with a fixed
@@ -23,11 +24,12 @@ void record_vib_list(ztag* top, const std::string& text);
 std::vector<std::string> ipkg_package_names(const std::string& list_text);
 
 // Writes the child of one package from the output of "ipkg info NAME".
-void record_ipkg_package(ztag* top, const std::string& name, const std::string& info_text);
+void record_ipkg_package(HostAccess& host, ztag* top, const std::string& name,
+                         const std::string& info_text);
 
 // Lists every package of "ipkg list" with its "ipkg info"; `run` runs one
 // command line and returns its output.
-void record_ipkg(ztag* top, const std::string& list_text,
+void record_ipkg(HostAccess& host, ztag* top, const std::string& list_text,
                  const std::function<std::string(const std::string&)>& run);
 
 // Orders the children of top's "Software" node by package name when there are

@@ -5,14 +5,15 @@
 #include <cstdlib>
 
 #include "collectors/collectors.h"
-#include "collectors/system/text_lines.h"
+#include "collectors/scan_context.h"
 #include "host/command.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
 
 namespace {
 
-const size_t npos = std::string::npos;
+using text::npos;
 
 // Reads the ":"-separated field that starts at `pos` and moves `pos` past
 // its ":" (to npos after the last field). Past the end it gives "".
@@ -76,10 +77,10 @@ void add_user_account(ztag* top, const std::string& line, long long regular_uid_
 }
 
 void record_user_accounts(ztag* top, const std::string& passwd_text) {
-  for_each_complete_line(passwd_text,
-                         [top](const std::string& line) { add_user_account(top, line, -1, -1); });
+  text::for_each_complete_line(
+      passwd_text, [top](const std::string& line) { add_user_account(top, line, -1, -1); });
 }
 
-void collect_user_accounts(CScaner*, zXML* doc) {
-  record_user_accounts(doc->top(), read_file("/etc/passwd"));
+void collect_user_accounts(ScanContext& ctx, zXML* doc) {
+  record_user_accounts(doc->top(), read_file(ctx.host, "/etc/passwd"));
 }

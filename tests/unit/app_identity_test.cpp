@@ -1,5 +1,7 @@
 // Host identity: IP and MAC choice, and the inventory file name.
+#include <dirent.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "app/identity.h"
@@ -42,14 +44,36 @@ TEST(AppIdentity, FileNames) {
       {"\xc3\xa9t\xc3\xa9", "00", 0, "\xc3\xa9T\xc3\xa9_00.inv"}};  // non-ASCII kept
   for (const auto& [uname_n, mac, copy, file] : cases)
     EXPECT_EQ(inventory_file_name(short_host_name(uname_n), mac, copy), file) << uname_n;
-  // A link that points nowhere is taken: writing through it would create a
-  // file elsewhere. (Numbering past real files: the end-to-end scans.)
+}
+
+// Whatever already has a candidate name (a file, a link that points
+// nowhere, a directory) moves the file on to the next one; the file gets
+// the permissions fopen(.., "w") would give and no temporary is left.
+TEST(AppIdentity, NewFileSkipsEveryTakenName) {
   spine_test::TempDir tmp;
-  ASSERT_EQ(symlink("/nonexistent/x.inv", (tmp / "ESX_01_000C29ABCDEF.inv").c_str()), 0);
-  std::string name;
-  EXPECT_EQ(choose_output_path(tmp.path(), "esx-01", "00-0C-29-AB-CD-EF", &name),
-            tmp / "ESX_01_000C29ABCDEF(1).inv");
-  EXPECT_EQ(name, "ESX_01_000C29ABCDEF(1).inv");
+  spine_test::write_file(tmp / "X.inv", "old");
+  ASSERT_EQ(symlink((tmp / "elsewhere").c_str(), (tmp / "X(1).inv").c_str()), 0);
+  ASSERT_EQ(mkdir((tmp / "X(2).inv").c_str(), 0755), 0);
+  const OutputDirectory dir(tmp.path());
+  const NameSequence names = [](int copy) {
+    return copy == 0 ? std::string("X.inv") : "X(" + std::to_string(copy) + ").inv";
+  };
+  std::string chosen;
+  ASSERT_TRUE(create_new_file(dir, names, "image", &chosen));
+  EXPECT_EQ(chosen, "X(3).inv");
+  EXPECT_EQ(spine_test::slurp(tmp / "X(3).inv"), "image");
+  EXPECT_EQ(spine_test::slurp(tmp / "X.inv"), "old");
+  EXPECT_EQ(access((tmp / "elsewhere").c_str(), F_OK), -1);
+  const mode_t mask = umask(0);
+  umask(mask);
+  struct stat st;
+  ASSERT_EQ(stat((tmp / "X(3).inv").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0666 & ~mask);
+  DIR* d = opendir(tmp.path().c_str());
+  std::vector<std::string> entries;
+  while (const dirent* e = readdir(d)) entries.push_back(e->d_name);
+  closedir(d);
+  EXPECT_EQ(entries.size(), 6u);  // ".", "..", X.inv and the three copies
 }
 
 }  // namespace

@@ -59,7 +59,7 @@ class AssetBase : public testing::Test {
     zXML snapshot(true, "Snapshot");
     zXML doc(true, "AssetInfo");
     AssetBuild b;
-    b.scanner = &scanner;
+    b.ctx = &scanner.context();
     b.snapshot = &snapshot;
     b.ip = "192.168.1.10";
     b.mac = "00-0C-29-AB-CD-EF";

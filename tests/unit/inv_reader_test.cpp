@@ -98,6 +98,13 @@ TEST(InvReader, DamagedFilesNameTheProblem) {
     return std::string(good).replace(good.find(from), from.size(), to);
   };
   auto doc = [](const std::string& text) { return assemble({{kAsset, doc_body(text)}}, 0); };
+  const size_t first = doc_body(kStart + "+Snapshot=\nt=1\n*os:1=\n-\n").size();
+  const size_t second = doc_body(kStart + "*AssetInfo=\nhostname=h\n").size();
+  const std::string raw = zlib("raw\n");
+  std::string with_unused_bytes = assemble({{kRaw, raw + "xx"}}, 0);
+  const std::string length = "length=" + std::to_string(raw.size() + 2);
+  with_unused_bytes.replace(with_unused_bytes.find(length), length.size(),
+                            "length=" + std::to_string(raw.size()));
   const std::pair<std::string, std::string> cases[] = {
       {"", "too short for an inventory file (0 bytes)"},
       {edit("INV!", "INV?"), "no \"INV!\" magic at the end"},
@@ -119,6 +126,16 @@ TEST(InvReader, DamagedFilesNameTheProblem) {
       {doc(kStart + "*A=\nx=1"), "document line 3: not ended by a line feed"},
       {doc(kStart + "+A=\n*c=\n-\n~k=v\n"), "line 5: annotation with nothing to annotate"},
       {doc(kStart + "*A=\nn=caf\xE9\n"), "record 0: invalid UTF-8 at byte 18 of the document"},
+      // Bodies lie back to back from byte 0 up to the header, nothing listed
+      // twice, nothing unaccounted for.
+      {edit("offset=" + std::to_string(first), "offset=0"),
+       "record 1: starts at byte 0, not where record 0 ends (byte " + std::to_string(first) + ")"},
+      {edit("length=" + std::to_string(second), "length=" + std::to_string(second - 1)),
+       "record 2: starts at byte " + std::to_string(first + second) +
+           ", not where record 1 ends (byte " + std::to_string(first + second - 1) + ")"},
+      {with_unused_bytes, "header: the records end at byte " + std::to_string(raw.size()) +
+                              ", not where the header starts (byte " +
+                              std::to_string(raw.size() + 2) + ")"},
   };
   ScratchDir dir;
   for (const auto& c : cases) {
@@ -126,6 +143,43 @@ TEST(InvReader, DamagedFilesNameTheProblem) {
     EXPECT_TRUE(result.find("error: ") == 0 && result.find(c.second) != std::string::npos)
         << result;
   }
+}
+
+// Documents arrive in pieces of any size; the JSON and the outline written
+// line by line are those of the whole tree (leaves before parents' further
+// children, annotations of elements and of attributes, root siblings).
+TEST(InvReader, StreamedJsonAndOutline) {
+  const std::string text =
+      kStart +
+      "+Top=v\n~tk=tv\na=1\n~ak=av\n~ak2=av2\nb=2\n*leaf=\nc=3\n+mid=\n*inner=x\n-\n"
+      "*leaf2=\n-\n*/Memory=\n+sib=\n*x=\n-\n";
+  std::string json, outline;
+  invread::JsonWriter json_writer(&json, true);
+  invread::OutlineWriter outline_writer(&outline, 2);
+  for (invread::DocumentHandler* handler :
+       std::vector<invread::DocumentHandler*>{&json_writer, &outline_writer}) {
+    invread::DocumentParser parser(handler);
+    for (char c : text) ASSERT_TRUE(parser.feed(&c, 1)) << parser.error();
+    ASSERT_TRUE(parser.finish()) << parser.error();
+  }
+  EXPECT_EQ(
+      json,
+      ",\"document\":{\"name\":\"Top\",\"value\":\"v\",\"annotations\":[{\"key\":\"tk\",\"text\":"
+      "\"tv\"}],\"attributes\":[{\"name\":\"a\",\"value\":\"1\",\"annotations\":[{\"key\":\"ak\","
+      "\"text\":\"av\"},{\"key\":\"ak2\",\"text\":\"av2\"}]},{\"name\":\"b\",\"value\":\"2\","
+      "\"annotations\":[]}],\"children\":[{\"name\":\"leaf\",\"value\":\"\",\"annotations\":[],"
+      "\"attributes\":[{\"name\":\"c\",\"value\":\"3\",\"annotations\":[]}],\"children\":[]},{"
+      "\"name\":\"mid\",\"value\":\"\",\"annotations\":[],\"attributes\":[],\"children\":[{"
+      "\"name\":\"inner\",\"value\":\"x\",\"annotations\":[],\"attributes\":[],\"children\":[]}]},"
+      "{\"name\":\"leaf2\",\"value\":\"\",\"annotations\":[],\"attributes\":[],\"children\":[]}]},"
+      "\"root_siblings\":[{\"name\":\"/"
+      "Memory\",\"value\":\"\",\"annotations\":[],\"attributes\":[],"
+      "\"children\":[]},{\"name\":\"sib\",\"value\":\"\",\"annotations\":[],\"attributes\":[],"
+      "\"children\":[{\"name\":\"x\",\"value\":\"\",\"annotations\":[],\"attributes\":[],"
+      "\"children\":[]}]}]");
+  EXPECT_EQ(outline,
+            "  <Top> v\n    ~tk=tv\n    a=1\n      ~ak=av\n      ~ak2=av2\n    b=2\n    <leaf>\n"
+            "      c=3\n    <mid>\n      <inner> x\n    <leaf2>\n  </Memory>\n  <sib>\n    <x>\n");
 }
 
 TEST(InvDecoderCli, OutputErrorLineAndStatus) {

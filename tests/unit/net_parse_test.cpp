@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "collectors/network/network.h"
+#include "host/host_access.h"
 #include "hw_tree_text.h"
 #include "zxml/zXML.h"
 
@@ -50,7 +51,10 @@ std::string lease(long seconds, const std::string& expire, const char* ifname = 
 
 TEST(NetLease, CurrentExpiredFutureOtherAddressAndNamePosition) {
   Zone zone("UTC0");
-  const auto noon_utc = [] { return time_t{1718452800}; };  // 2024-06-15 12:00:00 UTC
+  // The live host's time zone rules, with the clock stopped at noon.
+  struct NoonUtc : LiveHost {
+    time_t wall_time() override { return 1718452800; }  // 2024-06-15 12:00:00 UTC
+  } noon_utc;
   const std::string now = lease(86400, "2024/06/16 00:00:00");
   const std::string old = lease(86400, "2024/06/15 11:59:59");
   const std::pair<std::string, bool> cases[] = {

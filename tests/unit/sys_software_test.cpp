@@ -9,6 +9,7 @@
 
 #include "collectors/collectors.h"
 #include "collectors/system/software.h"
+#include "host/host_access.h"
 #include "sys_tree_text.h"
 #include "zxml/zXML.h"
 
@@ -76,7 +77,8 @@ TEST(SysSoftware, IpkgNamesAreQuotedAndMissingInfoIsEmpty) {
   zXML doc(true, "Snapshot");
   in_zone("TST-3", [&] {
     // The list ends at "Successfully"; an empty line names no package.
-    record_ipkg(doc.top(), "evil;touch${IFS}x - 1 - y\n\nSuccessfully terminated.\nafter - 1 - z\n",
+    record_ipkg(live_host(), doc.top(),
+                "evil;touch${IFS}x - 1 - y\n\nSuccessfully terminated.\nafter - 1 - z\n",
                 [&](const std::string& cmdline) {
                   asked.push_back(cmdline);
                   return std::string();
