@@ -133,7 +133,8 @@ std::string md5_hex(const std::string& data, size_t begin, size_t end) {
 
 // Dotted quad of a prefix length.
 std::string netmask_of(int prefix) {
-  const uint32_t mask = prefix <= 0 ? 0 : (prefix >= 32 ? 0xffffffffu : ~((1u << (32 - prefix)) - 1));
+  const uint32_t mask =
+      prefix <= 0 ? 0 : (prefix >= 32 ? 0xffffffffu : ~((1u << (32 - prefix)) - 1));
   return std::to_string(mask >> 24) + "." + std::to_string((mask >> 16) & 255) + "." +
          std::to_string((mask >> 8) & 255) + "." + std::to_string(mask & 255);
 }
@@ -162,7 +163,8 @@ bool is_dotted_quad(const std::string& text) {
   size_t pos = 0;
   while (pos <= text.size()) {
     const size_t dot = text.find('.', pos);
-    const std::string part = text.substr(pos, dot == std::string::npos ? std::string::npos : dot - pos);
+    const std::string part =
+        text.substr(pos, dot == std::string::npos ? std::string::npos : dot - pos);
     uint64_t v = 0;
     if (!parse_u64(part, &v) || v > 255 || part.size() > 3) return false;
     ++parts;
@@ -367,8 +369,9 @@ void interfaces_from_esxcli(const std::string& ipv4_get, const std::string& inte
   }
 }
 
-bool read_capture(const std::string& data, Capture* out, std::string* error) {
-  *out = Capture();
+namespace {
+
+bool parse_capture(const std::string& data, Capture* out, std::string* error) {
   Line line;
   if (!next_line(data, 0, &line)) {
     return fail(error, data.empty() ? "empty file, not a capture" : "not a capture");
@@ -381,6 +384,11 @@ bool read_capture(const std::string& data, Capture* out, std::string* error) {
   }
   size_t pos = line.next;
   int expected = 1;
+  // Records come in blocks, each closed by an "E" line holding the md5 of
+  // the block's bytes. Nothing is used before the whole stream is checked:
+  // on failure the caller gets only the error.
+  size_t block_begin = pos;
+  int block_records = 0;
   for (;;) {
     if (!next_line(data, pos, &line)) {
       return fail(error, "capture is truncated after record " + std::to_string(expected - 1));
@@ -389,6 +397,11 @@ bool read_capture(const std::string& data, Capture* out, std::string* error) {
     const std::vector<std::string> w = words(text);
     if (!w.empty() && w[0] == "Z") {
       uint64_t count = 0;
+      if (block_records > 0) {
+        return fail(error, "capture is damaged: records " +
+                               std::to_string(expected - block_records) + " to " +
+                               std::to_string(expected - 1) + " have no checksum");
+      }
       if (w.size() != 2 || !parse_u64(w[1], &count) ||
           count != static_cast<uint64_t>(expected - 1)) {
         return fail(error, "capture is damaged: the closing count does not match its records");
@@ -396,37 +409,50 @@ bool read_capture(const std::string& data, Capture* out, std::string* error) {
       if (line.next != data.size()) return fail(error, "capture is damaged: data after its end");
       break;
     }
+    if (!w.empty() && w[0] == "E") {
+      if (block_records == 0 || w.size() != 2 || w[1] != md5_hex(data, block_begin, line.begin)) {
+        return fail(error, "capture is damaged: the block ending with record " +
+                               std::to_string(expected - 1) + " fails its checksum");
+      }
+      block_begin = line.next;
+      block_records = 0;
+      pos = line.next;
+      continue;
+    }
     const std::string where = "record " + std::to_string(expected);
     if (w.size() < 3 || w[0] != "R" || w[1] != std::to_string(expected)) {
       return fail(error, "capture is damaged: " + where + " is missing or out of order");
     }
-    const size_t record_begin = line.begin;
+    std::vector<std::string> attrs(w.begin() + 3, w.end());
     std::string body;
+    bool plain_key = false;
+    if (!attrs.empty() && attrs.back()[0] == '=') {
+      // A record without an answer and with a plain key: the key is here.
+      body = attrs.back().substr(1) + std::string(1, '\0');
+      attrs.pop_back();
+      plain_key = true;
+    }
     pos = line.next;
     for (;;) {
       if (!next_line(data, pos, &line)) return fail(error, "capture is truncated in " + where);
-      if (data.compare(line.begin, 2, "E ") == 0) break;
-      if (!decode_hex_line(data, line, &body)) {
+      const char first = data[line.begin];
+      if (line.end > line.begin && (first == 'R' || first == 'E' || first == 'Z')) break;
+      if (plain_key || !decode_hex_line(data, line, &body)) {
         return fail(error, "capture is damaged: " + where + " holds a line that is not hex");
       }
       pos = line.next;
     }
-    const std::string sum = data.substr(line.begin + 2, line.end - line.begin - 2);
-    if (sum != md5_hex(data, record_begin, line.begin)) {
-      return fail(error, "capture is damaged: " + where + " fails its checksum");
-    }
-    pos = line.next;
     const size_t nul = body.find('\0');
     if (nul == std::string::npos) {
       return fail(error, "capture is damaged: " + where + " has no key");
     }
     std::string why;
-    const std::vector<std::string> attrs(w.begin() + 3, w.end());
     if (!apply_record(w[2], attrs, body.substr(0, nul), body.substr(nul + 1), out, &why)) {
       return fail(error, "capture is damaged: " + where + ": " + why);
     }
     out->records = expected;
     ++expected;
+    ++block_records;
   }
 
   const auto ip = out->probes.find("ip -o -4 addr show");
@@ -445,4 +471,13 @@ bool read_capture(const std::string& data, Capture* out, std::string* error) {
                            &out->record.interfaces);
   }
   return true;
+}
+
+}  // namespace
+
+bool read_capture(const std::string& data, Capture* out, std::string* error) {
+  *out = Capture();
+  if (parse_capture(data, out, error)) return true;
+  *out = Capture();  // nothing of a refused capture is kept
+  return false;
 }

@@ -1,42 +1,61 @@
 // The capture reader: every kind of record read back byte-exact, every
 // damaged or cut stream refused with one line, and the interface lists
 // derived from the shell's tools.
+#include "host/capture_reader.h"
+
 #include <gtest/gtest.h>
 #include <md5.h>
 
 #include <fstream>
 #include <sstream>
 
-#include "host/capture_reader.h"
-
 namespace {
 
 // Writes records the way quillscan-capture does: od's 16 bytes a line, each
-// " hh", and the md5 of the record's text before its "E" line.
+// " hh"; blocks of `block` records closed by the md5 of their lines; a record
+// without an answer and with a plain key as its header line alone.
 class CaptureWriter {
  public:
+  explicit CaptureWriter(int block = 1) : block_(block) {}
   void add(const std::string& kind, const std::string& attrs, const std::string& key,
-           const std::string& answer) {
+           const std::string& answer, bool plain_key = false) {
     std::string record = "R " + std::to_string(++seq_) + " " + kind;
     if (!attrs.empty()) record += " " + attrs;
-    record += "\n";
-    const std::string body = key + std::string(1, '\0') + answer;
-    static const char kHex[] = "0123456789abcdef";
-    for (size_t i = 0; i < body.size(); ++i) {
-      const unsigned char c = static_cast<unsigned char>(body[i]);
-      record += ' ';
-      record += kHex[c >> 4];
-      record += kHex[c & 15];
-      if (i % 16 == 15 || i + 1 == body.size()) record += '\n';
+    if (plain_key) {
+      pending_ += record + " =" + key + "\n";
+    } else {
+      record += "\n";
+      const std::string body = key + std::string(1, '\0') + answer;
+      static const char kHex[] = "0123456789abcdef";
+      for (size_t i = 0; i < body.size(); ++i) {
+        const unsigned char c = static_cast<unsigned char>(body[i]);
+        record += ' ';
+        record += kHex[c >> 4];
+        record += kHex[c & 15];
+        if (i % 16 == 15 || i + 1 == body.size()) record += '\n';
+      }
+      pending_ += record;
     }
-    char sum[MD5_DIGEST_STRING_LENGTH];
-    MD5Data(reinterpret_cast<const uint8_t*>(record.data()), record.size(), sum);
-    stream_ += record + "E " + sum + "\n";
+    if (++in_block_ == block_) flush();
   }
-  std::string text() const { return "QSCAP 1 md5\n" + stream_ + "Z " + std::to_string(seq_) + "\n"; }
+  void flush() {
+    if (pending_.empty()) return;
+    char sum[MD5_DIGEST_STRING_LENGTH];
+    MD5Data(reinterpret_cast<const uint8_t*>(pending_.data()), pending_.size(), sum);
+    stream_ += pending_ + "E " + sum + "\n";
+    pending_.clear();
+    in_block_ = 0;
+  }
+  std::string text() {
+    flush();
+    return "QSCAP 1 md5\n" + stream_ + "Z " + std::to_string(seq_) + "\n";
+  }
 
  private:
+  int block_;
+  int in_block_ = 0;
   int seq_ = 0;
+  std::string pending_;
   std::string stream_;
 };
 
@@ -57,16 +76,17 @@ std::string mac_text(const HostRecord::Interface& i) {
 
 std::string interface_text(const std::vector<HostRecord::Interface>& list) {
   std::string text;
-  for (const auto& i : list) text += i.name + " " + i.ip + " " + i.netmask + " " + mac_text(i) + "\n";
+  for (const auto& i : list)
+    text += i.name + " " + i.ip + " " + i.netmask + " " + mac_text(i) + "\n";
   return text;
 }
 
 CaptureWriter small_capture() {
-  CaptureWriter w;
-  w.add("T", "1795400000 +0130 847.56", "clock", "");
+  CaptureWriter w(3);
+  w.add("T", "1795400000 +0130 847.56", "clock", "", true);
   w.add("W", "", "cwd", "/vmfs/volumes/datastore1\n");
   w.add("C", "", "vmware -v", "VMware ESXi 6.7.0 build-8169922\n");
-  w.add("S", "1 1 0 1 20 4", "/etc/passwd", "");
+  w.add("S", "1 1 0 1 20 4", "/etc/passwd", "", true);
   w.add("F", "", "/etc/passwd", "root:x:0:0::/:/bin/sh\n");
   w.add("D", "find", "/bin", std::string("/bin/ps.old\0/bin/ps\0", 20));
   w.add("T", "1795400007 +0130 u854560000", "clock", "");
@@ -143,6 +163,8 @@ TEST(CaptureReader, RefusesEveryTruncationAndEveryAlteredByte) {
   }
   EXPECT_FALSE(read_capture(good + "R 8 C\n", &capture, &error));
   EXPECT_EQ(error, "capture is damaged: data after its end");
+  // A refused capture leaves nothing behind.
+  EXPECT_TRUE(capture.record.commands.empty());
 }
 
 TEST(CaptureReader, NamesWhatIsWrong) {
@@ -158,7 +180,15 @@ TEST(CaptureReader, NamesWhatIsWrong) {
   std::string text = small_capture().text();
   const size_t cut = text.find("R 5 ");
   EXPECT_FALSE(read_capture(text.substr(0, cut), &capture, &error));
-  EXPECT_EQ(error, "capture is truncated after record 4");
+  EXPECT_EQ(error, "capture is truncated in record 4");
+  // Records whose block is not closed by its checksum line.
+  const size_t close = text.rfind("E ");
+  EXPECT_FALSE(read_capture(text.substr(0, close) + "Z 7\n", &capture, &error));
+  EXPECT_EQ(error, "capture is damaged: records 7 to 7 have no checksum");
+  std::string wrong_sum = text;
+  wrong_sum[close + 2] = wrong_sum[close + 2] == '0' ? '1' : '0';
+  EXPECT_FALSE(read_capture(wrong_sum, &capture, &error));
+  EXPECT_EQ(error, "capture is damaged: the block ending with record 7 fails its checksum");
 
   CaptureWriter unknown;
   unknown.add("X", "", "key", "answer");
@@ -178,10 +208,9 @@ TEST(CaptureInterfaces, FromIpWithLoopbackAndAliasLabels) {
       "forever preferred_lft forever\n"
       "2: vmk0    inet 10.130.9.1/16 scope global secondary vmk0:1\\       valid_lft forever\n"
       "3: x|pwned&&y>f@if4    inet 10.66.6.10/30 scope global x|pwned&&y>f\\       valid_lft\n";
-  const std::map<std::string, std::string> probes = {
-      {"mac lo0", "00:00:00:00:00:00\n"},
-      {"mac vmk0", "00:13:32:08:f7:d4\n"},
-      {"mac x|pwned&&y>f", "00:50:56:66:00:06\n"}};
+  const std::map<std::string, std::string> probes = {{"mac lo0", "00:00:00:00:00:00\n"},
+                                                     {"mac vmk0", "00:13:32:08:f7:d4\n"},
+                                                     {"mac x|pwned&&y>f", "00:50:56:66:00:06\n"}};
   std::vector<HostRecord::Interface> list;
   interfaces_from_ip(ip, probes, &list);
   EXPECT_EQ(interface_text(list),
