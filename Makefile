@@ -11,7 +11,8 @@
 #   make test-esxi  end-to-end tests with dist/quillscan as the agent
 #   make fuzz       build the fuzz targets and run each for FUZZ_SECONDS
 #   make bench      build and run the benchmarks
-#   make demo       scan the simulated host esxi67 and show the result
+#   make demo       scan several simulated hosts into $(DEMO_DIR), show one scan,
+#                   export them all to $(DEMO_DIR)/fleet.db, print what to try next
 JOBS ?= $(shell nproc)
 BUILD ?= build
 ASAN_BUILD ?= build-asan
@@ -19,11 +20,13 @@ BENCH_BUILD ?= build-bench
 ESXI_BUILD ?= build-esxi
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
+DEMO_DIR ?= demo-scans
 DIST ?= dist
 
 # Debian packages the build and the simulated hosts need.
 DEB_PACKAGES = cmake g++ zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev \
-               python3 iproute2 util-linux procps libmd-dev busybox
+               python3 iproute2 util-linux procps \
+               libsqlite3-dev libssl-dev sqlite3 python3-jsonschema libmd-dev busybox
 # The 32-bit static build (and the check of what it produced).
 ESXI_PACKAGES = cmake g++ g++-multilib lib32z1-dev binutils file
 # libFuzzer with the address and undefined-behaviour sanitizers.
@@ -114,7 +117,7 @@ bench: deps
 	  python3 bench/bench_capture.py
 
 demo: all
-	sim/demo esxi67 $(BUILD)
+	sim/demo $(BUILD) $(DEMO_DIR)
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(BENCH_BUILD) $(ESXI_BUILD) $(FUZZ_BUILD) $(DIST)

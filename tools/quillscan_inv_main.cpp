@@ -1,37 +1,82 @@
 // quillscan-inv: reads .inv inventory files back.
 //
-//   quillscan-inv show FILE       header and every record as an outline
-//   quillscan-inv json FILE       the same as one JSON object
-//   quillscan-inv text FILE [N]   the document text of record N (or of every
-//                                 document record), byte for byte
-//   quillscan-inv raw FILE        the raw text of the custom-data record(s)
-//   quillscan-inv check FILE...   validates each file, one line per file
+//   quillscan-inv show FILE...     header and every record as an outline
+//   quillscan-inv json FILE...     the same as one JSON object per file
+//   quillscan-inv text FILE [N]    the document text of record N (or of every
+//                                  document record), byte for byte
+//   quillscan-inv raw FILE...      the raw text of the custom-data record(s)
+//   quillscan-inv check FILE...    validates each file, one line per file
+//   quillscan-inv export ...       typed tables into SQLite, NDJSON or CSV
+//   quillscan-inv schema [TABLE]   JSON Schema of the exported rows
+//   quillscan-inv diff OLD NEW     what changed between two scans
 //
+// FILE "-" is standard input. Every command takes --help and --version.
 // Problems with a file are reported as "quillscan-inv: FILE: what" on
-// standard error with exit status 1; a wrong command line gives status 2.
-// Each record is checked, then printed as it is inflated, so memory does not
-// grow with the file: a bad record stops the output after the records
-// before it.
+// standard error with exit status 1; a wrong command line gives one line
+// starting "usage:" and status 2. Each record is checked, then printed as it
+// is inflated, so memory does not grow with the file: a bad record stops the
+// output after the records before it.
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "tools/fleet.h"
 #include "tools/inv_format.h"
 #include "tools/inv_reader.h"
 
 namespace {
 
-const char kUsage[] =
-    "usage: quillscan-inv show FILE\n"
-    "       quillscan-inv json FILE\n"
-    "       quillscan-inv text FILE [N]\n"
-    "       quillscan-inv raw FILE\n"
-    "       quillscan-inv check FILE...\n";
+struct Command {
+  const char* name;
+  const char* synopsis;
+  const char* help;
+};
 
-int usage() {
-  std::fputs(kUsage, stderr);
+const Command kCommands[] = {
+    {"show", "show FILE...", "  the header and every record of each file as an outline\n"},
+    {"json", "json FILE...", "  each file as one JSON object on one line (see: schema json)\n"},
+    {"text", "text FILE [N]", "  the document text of record N, or of every document record\n"},
+    {"raw", "raw FILE...", "  the raw text of the custom-data record(s)\n"},
+    {"check", "check FILE...", "  validates each file, one line per file\n"},
+    {"export", "export [--format sqlite|ndjson|csv] -o OUT FILE|DIR|-...",
+     "  writes the typed tables of every file (DIR: every *.inv below it) into\n"
+     "  the SQLite database OUT (created or added to; a file already imported\n"
+     "  adds nothing), or into OUT/TABLE.ndjson or OUT/TABLE.csv (replaced).\n"
+     "  A damaged file is reported and skipped; the status is then 1.\n"},
+    {"schema", "schema [TABLE|json]",
+     "  the JSON Schema of the exported rows (of one table), or of the json output\n"},
+    {"diff", "diff OLD NEW [--format text|json] [--ignore FIELD,...] [--all]",
+     "  what changed between two scans of a host, entity by entity. FIELD is a\n"
+     "  table, a column or TABLE.COLUMN. Time-dependent values (scan time,\n"
+     "  uptime, processes, environment) count only with --all. Status 0 when\n"
+     "  identical, 1 when changed, 2 on error.\n"},
+};
+
+const Command* find_command(const std::string& name) {
+  for (const Command& c : kCommands) {
+    if (name == c.name) return &c;
+  }
+  return nullptr;
+}
+
+std::string full_usage() {
+  std::string s;
+  for (const Command& c : kCommands) {
+    s += std::string(s.empty() ? "usage: " : "       ") + "quillscan-inv " + c.synopsis + "\n";
+  }
+  s += "FILE - is standard input; every command takes --help and --version.\n";
+  return s;
+}
+
+// A wrong command line: one line on standard error, status 2.
+int usage(const char* command = nullptr, const std::string& what = "") {
+  const Command* c = command ? find_command(command) : nullptr;
+  std::string line = "usage: quillscan-inv ";
+  line += c ? c->synopsis : "COMMAND ARG... (quillscan-inv --help lists the commands)";
+  if (!what.empty()) line += ": " + what;
+  std::fprintf(stderr, "%s\n", line.c_str());
   return 2;
 }
 
@@ -89,12 +134,12 @@ bool print_document(invread::InvReader& reader, size_t i, invread::DocumentHandl
   return false;
 }
 
-int cmd_show(const std::string& path) {
+int cmd_show(const std::string& path, const std::string& name) {
   invread::InvReader reader;
   std::string error;
-  if (!reader.open(path, &error)) return fail(path, error);
+  if (!reader.open(path, &error)) return fail(name, error);
   const invread::Header& h = reader.header();
-  std::string out = "file " + path + ": " + std::to_string(reader.file_size()) +
+  std::string out = "file " + name + ": " + std::to_string(reader.file_size()) +
                     " bytes, format version " + std::to_string(h.version) + ", header at " +
                     std::to_string(h.position) + "\n";
   out += "header:\n";
@@ -110,7 +155,7 @@ int cmd_show(const std::string& path) {
     uint64_t size = 0;
     if (!verify_record(reader, i, r.is_document(), &size, &error)) {
       std::fflush(stdout);
-      return fail(path, error);
+      return fail(name, error);
     }
     out = "record " + std::to_string(i) + ": type=" + r.type +
           " offset=" + std::to_string(r.offset) + " length=" + std::to_string(r.length) + " (" +
@@ -135,18 +180,18 @@ int cmd_show(const std::string& path) {
     emit(out);
     if (!ok) {
       std::fflush(stdout);
-      return fail(path, error);
+      return fail(name, error);
     }
   }
   return 0;
 }
 
-int cmd_json(const std::string& path) {
+int cmd_json(const std::string& path, const std::string& name) {
   invread::InvReader reader;
   std::string error;
-  if (!reader.open(path, &error)) return fail(path, error);
+  if (!reader.open(path, &error)) return fail(name, error);
   const invread::Header& h = reader.header();
-  std::string out = "{\"file\":" + invread::json_string(path) +
+  std::string out = "{\"file\":" + invread::json_string(name) +
                     ",\"size\":" + std::to_string(reader.file_size()) +
                     ",\"version\":" + std::to_string(h.version) +
                     ",\"write_flag\":" + std::to_string(h.write_flag) +
@@ -159,7 +204,7 @@ int cmd_json(const std::string& path) {
     if (!verify_record(reader, i, r.is_document(), &size, &error)) {
       emit(out);
       std::fflush(stdout);
-      return fail(path, error);
+      return fail(name, error);
     }
     if (i != 0) out += ",";
     out += "{\"index\":" + std::to_string(i);
@@ -203,7 +248,7 @@ int cmd_json(const std::string& path) {
     if (!ok) {
       emit(out);
       std::fflush(stdout);
-      return fail(path, error);
+      return fail(name, error);
     }
     out += "}";
   }
@@ -224,29 +269,29 @@ bool print_content(invread::InvReader& reader, size_t i, std::string* error) {
   return reader.stream(i, print, error);
 }
 
-int cmd_text(const std::string& path, const char* which) {
+int cmd_text(const std::string& path, const std::string& name, const char* which) {
   // The record number is checked before the file is opened: a malformed
   // number is a usage error whatever the file holds.
   size_t n = 0;
   if (which != nullptr) {
-    if (*which == '\0' || std::strlen(which) > 9) return usage();
+    if (*which == '\0' || std::strlen(which) > 9) return usage("text", "N is a record number");
     for (const char* p = which; *p != '\0'; ++p) {
-      if (*p < '0' || *p > '9') return usage();
+      if (*p < '0' || *p > '9') return usage("text", "N is a record number");
       n = n * 10 + static_cast<size_t>(*p - '0');
     }
   }
   invread::InvReader reader;
   std::string error;
-  if (!reader.open(path, &error)) return fail(path, error);
+  if (!reader.open(path, &error)) return fail(name, error);
   const invread::Header& h = reader.header();
   std::vector<size_t> records;
   if (which != nullptr) {
     if (n >= h.records.size()) {
-      return fail(path, "no record " + std::to_string(n) + " (the file has " +
+      return fail(name, "no record " + std::to_string(n) + " (the file has " +
                             std::to_string(h.records.size()) + ")");
     }
     if (!h.records[n].is_document()) {
-      return fail(path, "record " + std::to_string(n) +
+      return fail(name, "record " + std::to_string(n) +
                             " is not a document (type=" + h.records[n].type + ")");
     }
     records.push_back(n);
@@ -258,40 +303,39 @@ int cmd_text(const std::string& path, const char* which) {
   for (size_t i : records) {
     if (!print_content(reader, i, &error)) {
       std::fflush(stdout);
-      return fail(path, error);
+      return fail(name, error);
     }
   }
   return 0;
 }
 
-int cmd_raw(const std::string& path) {
+int cmd_raw(const std::string& path, const std::string& name) {
   invread::InvReader reader;
   std::string error;
-  if (!reader.open(path, &error)) return fail(path, error);
+  if (!reader.open(path, &error)) return fail(name, error);
   bool found = false;
   for (size_t i = 0; i < reader.header().records.size(); ++i) {
     if (reader.header().records[i].is_document()) continue;
     if (!print_content(reader, i, &error)) {
       std::fflush(stdout);
-      return fail(path, error);
+      return fail(name, error);
     }
     found = true;
   }
-  if (!found) return fail(path, "no custom-data record");
+  if (!found) return fail(name, "no custom-data record");
   return 0;
 }
 
-int cmd_check(int argc, char** argv) {
+// Runs fn on each named file ("-" is standard input); the status is the
+// worst of the files'.
+template <typename Fn>
+int each_file(const std::vector<std::string>& files, Fn fn) {
   int status = 0;
-  for (int i = 0; i < argc; ++i) {
-    std::string summary, error;
-    if (invread::check_file(argv[i], &summary, &error)) {
-      std::printf("%s: ok, %s\n", argv[i], summary.c_str());
-    } else {
-      std::fflush(stdout);
-      status = fail(argv[i], error);
-    }
-    std::fflush(stdout);
+  for (const std::string& f : files) {
+    invtab::InputFile in;
+    std::string error;
+    const int s = in.open(f, nullptr, nullptr, &error) ? fn(in.path(), f) : fail(f, error);
+    if (s > status) status = s;
   }
   return status;
 }
@@ -300,19 +344,55 @@ int run(int argc, char** argv) {
   if (argc < 2) return usage();
   const std::string cmd = argv[1];
   if (cmd == "-h" || cmd == "--help") {
-    std::fputs(kUsage, stdout);
+    std::fputs(full_usage().c_str(), stdout);
     return 0;
   }
-  if (cmd == "check") return argc >= 3 ? cmd_check(argc - 2, argv + 2) : usage();
-  if (cmd == "text") {
-    if (argc != 3 && argc != 4) return usage();
-    return cmd_text(argv[2], argc == 4 ? argv[3] : nullptr);
+  if (cmd == "--version") {
+    std::printf("quillscan-inv %s\n", invtab::kVersion);
+    return 0;
   }
-  if (argc != 3) return usage();
-  if (cmd == "show") return cmd_show(argv[2]);
-  if (cmd == "json") return cmd_json(argv[2]);
-  if (cmd == "raw") return cmd_raw(argv[2]);
-  return usage();
+  const Command* command = find_command(cmd);
+  if (command == nullptr) return usage(nullptr, "unknown command " + cmd);
+  std::vector<std::string> args(argv + 2, argv + argc);
+  for (const std::string& a : args) {
+    if (a == "--help" || a == "-h") {
+      std::printf("usage: quillscan-inv %s\n%s", command->synopsis, command->help);
+      return 0;
+    }
+    if (a == "--version") {
+      std::printf("quillscan-inv %s\n", invtab::kVersion);
+      return 0;
+    }
+  }
+  if (cmd == "export") return invtab::cmd_export(args);
+  if (cmd == "schema") return invtab::cmd_schema(args);
+  if (cmd == "diff") return invtab::cmd_diff(args);
+  for (const std::string& a : args) {
+    if (a.size() > 1 && a[0] == '-') return usage(argv[1], "unknown option " + a);
+  }
+  if (args.empty()) return usage(argv[1]);
+  if (cmd == "text") {
+    if (args.size() > 2) return usage(argv[1]);
+    const char* which = args.size() == 2 ? argv[3] : nullptr;
+    return each_file({args[0]}, [which](const std::string& p, const std::string& n) {
+      return cmd_text(p, n, which);
+    });
+  }
+  if (cmd == "check") {
+    return each_file(args, [](const std::string& p, const std::string& n) {
+      std::string summary, error;
+      if (!invread::check_file(p, &summary, &error)) {
+        std::fflush(stdout);
+        return fail(n, error);
+      }
+      std::printf("%s: ok, %s\n", n.c_str(), summary.c_str());
+      std::fflush(stdout);
+      return 0;
+    });
+  }
+  if (cmd == "show") return each_file(args, cmd_show);
+  if (cmd == "json") return each_file(args, cmd_json);
+  return each_file(args, cmd_raw);
 }
 
 }  // namespace
