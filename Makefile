@@ -5,7 +5,10 @@
 #                   then the end-to-end tests against the host binary
 #   make esxi       the binaries for ESX/ESXi hosts, static, stripped, zlib
 #                   linked in: dist/quillscan (32-bit x86) and
-#                   dist/quillscan-x86_64 (x86-64)
+#                   dist/quillscan-x86_64 (x86-64); and the capture script
+#                   dist/quillscan-capture
+#   make capture    only dist/quillscan-capture (for hosts that refuse
+#                   foreign programs; build with build/quillscan-build)
 #   make test-esxi  end-to-end tests with dist/quillscan as the agent, and
 #                   both host binaries compared with the native build
 #   make fuzz       build the fuzz targets and run each for FUZZ_SECONDS
@@ -27,13 +30,13 @@ DIST ?= dist
 # Debian packages the build and the simulated hosts need.
 DEB_PACKAGES = cmake g++ zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev \
                python3 iproute2 util-linux procps \
-               libsqlite3-dev libssl-dev sqlite3 python3-jsonschema
+               libsqlite3-dev libssl-dev sqlite3 python3-jsonschema libmd-dev busybox
 # The 32-bit and 64-bit static builds (and the check of what they produced).
 ESXI_PACKAGES = cmake g++ g++-multilib lib32z1-dev zlib1g-dev binutils file
 # The static checker of "make lint".
 LINT_PACKAGES = cmake clang-tidy-14
 # libFuzzer with the address and undefined-behaviour sanitizers.
-FUZZ_PACKAGES = cmake clang-14 libclang-rt-14-dev zlib1g-dev
+FUZZ_PACKAGES = cmake clang-14 libclang-rt-14-dev zlib1g-dev libmd-dev
 
 # Installs those of the Debian packages $(1) that are missing.
 install_missing = missing=""; for p in $(1); do \
@@ -44,7 +47,7 @@ install_missing = missing=""; for p in $(1); do \
 	  apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
 	fi
 
-.PHONY: all deps deps-esxi deps-fuzz deps-lint lint unit test test-esxi esxi fuzz bench demo clean
+.PHONY: all deps deps-esxi deps-fuzz deps-lint lint unit test test-esxi esxi capture fuzz bench demo clean
 
 all: deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release
@@ -87,7 +90,7 @@ lint: deps deps-lint
 # The host binaries. The static links take zlib from /usr/lib32/libz.a and
 # /usr/lib/x86_64-linux-gnu/libz.a (see the toolchain files); each result is
 # checked before it is called done.
-esxi: deps-esxi
+esxi: deps-esxi capture
 	cmake -S . -B $(ESXI_BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/i386-static.cmake \
 	  -DCMAKE_BUILD_TYPE=Release -DQS_STATIC=ON -DQS_TESTS=OFF
 	cmake --build $(ESXI_BUILD) -j $(JOBS) --target quillscan
@@ -103,12 +106,19 @@ esxi: deps-esxi
 	@file $(DIST)/quillscan-x86_64 | grep -q 'ELF 64-bit LSB executable, x86-64,.* statically linked,.* stripped$$' \
 	  || { echo "$(DIST)/quillscan-x86_64 is not a static, stripped x86-64 executable" >&2; exit 1; }
 
+# The capture script runs as it is: copied, never generated.
+capture:
+	mkdir -p $(DIST)
+	cp capture/quillscan-capture $(DIST)/quillscan-capture
+	chmod 755 $(DIST)/quillscan-capture
+
 # The whole end-to-end suite with the host binary as the agent; the native
 # build supplies the decoder and the reference for the comparison test.
 test-esxi: esxi all
 	cd tests/e2e && QS_AGENT=$(abspath $(DIST)/quillscan) \
 	  QS_AGENT_ESXI=$(abspath $(DIST)/quillscan) \
 	  QS_AGENT_ESXI64=$(abspath $(DIST)/quillscan-x86_64) QS_AGENT_NATIVE=$(abspath $(BUILD)/quillscan) \
+	  QS_BUILDER=$(abspath $(BUILD)/quillscan-build) \
 	  QS_DECODER=$(abspath $(BUILD)/quillscan-inv) QS_SOURCE_DIR=$(CURDIR) PYTHONPATH=$(CURDIR)/sim \
 	  python3 -m unittest discover -p 'test_*.py'
 
@@ -125,6 +135,10 @@ bench: deps
 	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DQS_BENCH=ON -DQS_TESTS=OFF
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 	@for b in $(BENCH_BUILD)/bench_*; do echo "== $$b"; $$b || exit 1; done
+	@echo "== capture + build of the 1,024-machine host vs. the agent's scan"
+	QS_AGENT=$(abspath $(BENCH_BUILD)/quillscan) QS_BUILDER=$(abspath $(BENCH_BUILD)/quillscan-build) \
+	  QS_DECODER=$(abspath $(BENCH_BUILD)/quillscan-inv) QS_SOURCE_DIR=$(CURDIR) \
+	  python3 bench/bench_capture.py
 
 demo: all
 	sim/demo $(BUILD) $(DEMO_DIR)
