@@ -18,14 +18,13 @@
 #include "collectors/system/software_current.h"
 #include "host/header_table.h"
 #include "host/reading.h"
-#include "hw_tree_text.h"
-#include "spine_test_support.h"
+#include "test_support.h"
 #include "zxml/zXML.h"
 
 namespace {
 
 std::string sample(const std::string& name) {
-  const std::string text = spine_test::slurp(std::string(QS_FIXTURES) + "/esxi-samples/" + name);
+  const std::string text = test_support::slurp(std::string(QS_FIXTURES) + "/esxi-samples/" + name);
   EXPECT_FALSE(text.empty()) << name;
   return text;
 }
@@ -112,7 +111,7 @@ TEST(CurrentSoftware, VibListsOfEveryReleaseByTheirHeader) {
   EXPECT_EQ(skipped, (std::vector<int>{2, 4}));
   zXML doc(true, "Snapshot");
   record_vib_table(doc.top(), p, skipped);
-  EXPECT_EQ(hw_test::tree_text(doc.top()->find_child("Software")),
+  EXPECT_EQ(test_support::tree_text(doc.top()->find_child("Software")),
             "+Software=\nWarning:1=\n~type=malformed_input\n~source=esxcli software vib list\n"
             "~skipped=package line 2: shorter than its columns\nWarning:2=\n"
             "~type=malformed_input\n~source=esxcli software vib list\n"
@@ -259,8 +258,8 @@ TEST(CurrentMalformed, FewerProcessorRecordsThanPackages) {
   const ztag* processors = safe.top()->find_child("Processors");
   ASSERT_NE(processors, nullptr);
   EXPECT_EQ(processors->children().size(), 2u);
-  EXPECT_EQ(hw_test::tree_text(processors->find_child("Processor:2")).substr(0, 40),
-            hw_test::tree_text(strict.top()->find_child("Processors")->find_child("Processor:2"))
+  EXPECT_EQ(test_support::tree_text(processors->find_child("Processor:2")).substr(0, 40),
+            test_support::tree_text(strict.top()->find_child("Processors")->find_child("Processor:2"))
                 .substr(0, 40));
   EXPECT_EQ(*processors->find_attr("Warning:1")->meta.find("skipped"),
             "processor records: 2 of 4 found");
