@@ -34,14 +34,6 @@ def scan(args):
             simlib.mask(simlib.decode_text(path, 1), TIMES))
 
 
-def node_attrs(lines, element):
-    """Attributes of the first element line that starts with `element`."""
-    for i, line in enumerate(lines):
-        if line.startswith(element):
-            return dict(simlib.attributes(lines, i))
-    return None
-
-
 def first_devices(lines):
     """The lines of the first machine's "Devices" up to its first adapter."""
     start = lines.index("+Devices=", lines.index("+vm:1=photon9"))

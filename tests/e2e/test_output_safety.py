@@ -59,29 +59,20 @@ class Scene:
             f.write("root only\n")
         os.chmod(self.secret, 0o600)
 
-    def command(self, gate_so, agents=1, when="before"):
-        """A shell command that starts `agents` gated agents in scan/ and
-        prints each one's status and output after a marker line."""
+    def start(self, gate_so, agents=1, when="before"):
+        """Starts `agents` gated agents in scan/ on a thread; each one's status
+        and output go to gate/rc.N and gate/out.N."""
         agent = native_agent()
         env = "QS_GATE_DIR=%s QS_GATE_PROGRAM=%s QS_GATE_WHEN=%s" % (
             self.gate, os.path.basename(agent), when)
-        runs = ["%s > %s/out.%d 2>/dev/null; echo $? > %s/rc.%d"
+        runs = ["(%s > %s/out.%d 2>/dev/null; echo $? > %s/rc.%d) &"
                 % (gated(gate_so, agent, env), self.gate, i, self.gate, i) for i in range(agents)]
-        script = "cd %s || exit 99\n" % self.scan
-        script += "\n".join("(%s) &" % r for r in runs) + "\nwait\n"
-        return ["/bin/sh", "-c", script], [os.path.dirname(agent), os.path.dirname(gate_so)]
-
-    def start(self, gate_so, agents=1, when="before"):
-        command, binds = self.command(gate_so, agents, when)
-        result = {}
-
-        def run():
-            result["run"] = simlib.run_in_host(HOST, command, workdir_path=self.base, binds=binds,
-                                               timeout=300)
-
-        thread = threading.Thread(target=run)
+        script = "cd %s || exit 99\n%s\nwait\n" % (self.scan, "\n".join(runs))
+        thread = threading.Thread(target=simlib.run_in_host, args=(HOST, ["/bin/sh", "-c", script]),
+                                  kwargs={"workdir_path": self.base, "timeout": 300, "binds": [
+                                      os.path.dirname(agent), os.path.dirname(gate_so)]})
         thread.start()
-        return thread, result
+        return thread
 
     def wait_ready(self, count, timeout=120, proc=None):
         deadline = time.monotonic() + timeout
@@ -136,7 +127,7 @@ class OutputSafetyTest(unittest.TestCase):
 
     def test_link_planted_at_the_output_name_is_not_followed(self):
         scene = Scene()
-        thread, _ = scene.start(self.gate_so)
+        thread = scene.start(self.gate_so)
         scene.wait_ready(1)
         # The name was free when the agent chose it; now it is a link to a
         # file the agent must not touch.
@@ -153,7 +144,7 @@ class OutputSafetyTest(unittest.TestCase):
 
     def test_directory_swapped_for_a_link_is_not_followed(self):
         scene = Scene()
-        thread, _ = scene.start(self.gate_so)
+        thread = scene.start(self.gate_so)
         scene.wait_ready(1)
         moved = scene.scan + ".moved"
         os.rename(scene.scan, moved)
@@ -168,7 +159,7 @@ class OutputSafetyTest(unittest.TestCase):
 
     def test_two_agents_in_one_directory_keep_both_files(self):
         scene = Scene()
-        thread, _ = scene.start(self.gate_so, agents=2)
+        thread = scene.start(self.gate_so, agents=2)
         # Both have chosen their name before either writes.
         scene.wait_ready(2)
         scene.release()
@@ -185,7 +176,7 @@ class OutputSafetyTest(unittest.TestCase):
 
     def test_killed_while_writing_leaves_no_inventory(self):
         scene = Scene()
-        thread, _ = scene.start(self.gate_so, when="kill")
+        thread = scene.start(self.gate_so, when="kill")
         thread.join()
         status, out = scene.outcome(0)
         self.assertEqual(status, 128 + 9)
