@@ -113,15 +113,9 @@ def skeleton(value):
     if kind is str:
         return "", "s"
     if kind is dict:
-        out, keys = {}, []
-        for k, v in value.items():
-            if type(v) is str:
-                out[k] = ""
-                keys.append("%r:s" % k)
-            else:
-                out[k], key = skeleton(v)
-                keys.append("%r:%s" % (k, key))
-        return out, "{%s}" % ",".join(keys)
+        items = [(k, skeleton(v)) for k, v in value.items()]
+        return ({k: sv for k, (sv, _) in items},
+                "{%s}" % ",".join("%r:%s" % (k, key) for k, (_, key) in items))
     if kind is list:
         distinct = {}
         for v in value:
@@ -137,14 +131,11 @@ def document_skeletons(json_schema, out):
     """A `json` output line with its documents reduced to skeletons, valid
     exactly when the line is (full validation takes minutes)."""
     def keywords(node):
-        if isinstance(node, dict):
-            for k, v in node.items():
-                yield k
-                if k in ("properties",):
-                    for sub in v.values():
-                        yield from keywords(sub)
-                elif isinstance(v, dict):
-                    yield from keywords(v)
+        for k, v in node.items():
+            yield k
+            for sub in (v.values() if k == "properties" else [v]):
+                if isinstance(sub, dict):
+                    yield from keywords(sub)
     unknown = set(keywords(json_schema["$defs"]["element"])) - ELEMENT_KEYWORDS
     if unknown:
         raise AssertionError("element schema keywords the skeleton does not keep: %s" % unknown)
