@@ -35,16 +35,12 @@ TYPES = {"text": None, "integer": r"-?\d+", "real": r"-?\d+\.\d\d", "boolean": r
 
 
 def general_name(name):
-    if name in FIXED:
-        return name
     prefix, colon, rest = name.partition(":")
-    if not colon:
+    if name in FIXED or not colon:
         return name
     if prefix in NAMED:
         return prefix + ":" + NAMED[prefix]
-    if rest.isdigit():
-        return prefix + ":N"
-    return name
+    return prefix + ":N" if rest.isdigit() else name
 
 
 def document_paths(lines):

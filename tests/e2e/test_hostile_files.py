@@ -66,6 +66,9 @@ class HostileFilesTest(unittest.TestCase):
         cls.limited = not sanitized(cls.decoder)
         cls.dir = simlib.workdir()
 
+    def inv(self, name, *args, **kwargs):
+        return inv_file(os.path.join(self.dir, name), *args, **kwargs)
+
     def run_decoder(self, *args, timeout=120, stdout=subprocess.PIPE):
         return subprocess.run([self.decoder] + list(args), stdout=stdout,
                               stderr=subprocess.PIPE, timeout=timeout,
@@ -82,24 +85,21 @@ class HostileFilesTest(unittest.TestCase):
         # 64 MiB of text in 64 KiB, listed 40 times (raw would collect
         # 2.5 GiB); a document of a million elements listed 60 times.
         raw = zlib.compress(b"A" * (64 << 20), 9)
-        path = inv_file(os.path.join(self.dir, "raw-repeat.inv"), [raw],
-                        [(0, len(raw), RAW)] * 40)
+        path = self.inv("raw-repeat.inv", [raw], [(0, len(raw), RAW)] * 40)
         self.assertRefused(path, ["raw", "check", "show", "json"],
                            "record 1: starts at byte 0, not where record 0 ends")
         doc = document(b"+A=\n" + b"*a=\n" * 1000000 + b"-\n")
-        path = inv_file(os.path.join(self.dir, "json-repeat.inv"), [doc],
-                        [(0, len(doc), ASSET)] * 60)
+        path = self.inv("json-repeat.inv", [doc], [(0, len(doc), ASSET)] * 60)
         self.assertRefused(path, ["json", "text", "check"], "record 1: starts at byte 0")
         # Overlapping blocks: the second starts inside the first.
-        path = inv_file(os.path.join(self.dir, "overlap.inv"), [raw, raw],
+        path = self.inv("overlap.inv", [raw, raw],
                         [(0, len(raw), RAW), (len(raw) - 10, len(raw) + 10, RAW)])
         self.assertRefused(path, ["raw", "check"], "record 1: starts at byte %d" % (len(raw) - 10))
 
     def test_total_inflated_size_is_bounded(self):
         # Three records of 200 MiB: each below the record limit, not together.
         raw = zlib.compress(b"B" * (200 << 20), 9)
-        path = inv_file(os.path.join(self.dir, "total.inv"), [raw] * 3,
-                        [(i * len(raw), len(raw), RAW) for i in range(3)])
+        path = self.inv("total.inv", [raw] * 3, [(i * len(raw), len(raw), RAW) for i in range(3)])
         self.assertRefused(path, ["raw", "check"],
                            "record 2: the records of this file inflate to more than 536870912 "
                            "bytes in all (refused)")
@@ -107,16 +107,15 @@ class HostileFilesTest(unittest.TestCase):
     def test_huge_sparse_record_is_not_read_whole(self):
         # A legal 4 GiB - 1 length of zeros (a hole): not zlib data.
         length = (4 << 30) - 1
-        path = inv_file(os.path.join(self.dir, "sparse.inv"), [], [(0, length, RAW)], hole=length)
+        path = self.inv("sparse.inv", [], [(0, length, RAW)], hole=length)
         self.assertRefused(path, ["raw", "check", "show", "json"], "record 0: compressed data is")
-        path = inv_file(os.path.join(self.dir, "sparse-doc.inv"), [], [(0, length, SNAPSHOT)], 1,
-                        hole=length)
+        path = self.inv("sparse-doc.inv", [], [(0, length, SNAPSHOT)], 1, hole=length)
         self.assertRefused(path, ["text", "json"], "record 0: body does not end with")
 
     def test_fifo_is_refused_at_once(self):
         fifo = os.path.join(self.dir, "fifo.inv")
         os.mkfifo(fifo)
-        good = inv_file(os.path.join(self.dir, "good.inv"), [document(b"*AssetInfo=\n")],
+        good = self.inv("good.inv", [document(b"*AssetInfo=\n")],
                         [(0, len(document(b"*AssetInfo=\n")), ASSET)])
         # Nobody writes to the FIFO: a plain open would wait for ever.
         run = self.run_decoder("check", fifo, good, timeout=10)
@@ -129,7 +128,7 @@ class HostileFilesTest(unittest.TestCase):
 
     def test_nesting_limit_is_one_that_json_readers_accept(self):
         ok = nested(64)
-        path = inv_file(os.path.join(self.dir, "deep64.inv"), [ok], [(0, len(ok), ASSET)])
+        path = self.inv("deep64.inv", [ok], [(0, len(ok), ASSET)])
         for command in ("check", "json"):
             run = self.run_decoder(command, path)
             self.assertEqual(run.returncode, 0, run.stderr)
@@ -142,15 +141,14 @@ class HostileFilesTest(unittest.TestCase):
             read = subprocess.run([jq, "-c", ".count"], input=run.stdout, stdout=subprocess.PIPE)
             self.assertEqual((read.returncode, read.stdout), (0, b"1\n"))
         deep = nested(65)
-        path = inv_file(os.path.join(self.dir, "deep65.inv"), [deep], [(0, len(deep), ASSET)])
+        path = self.inv("deep65.inv", [deep], [(0, len(deep), ASSET)])
         self.assertRefused(path, ["check", "json", "show"], "elements nested too deep")
 
     def test_show_escapes_c1_controls(self):
         # U+009B (CSI) and U+009D (OSC) in a value and in raw text, and ESC.
         doc = document("*AssetInfo=\nx=a\u009b2Jb\u009d0;t\x1b[0m\n".encode())
         raw = zlib.compress("r\u009bs\n".encode(), 9)
-        path = inv_file(os.path.join(self.dir, "c1.inv"), [doc, raw],
-                        [(0, len(doc), ASSET), (len(doc), len(raw), RAW)])
+        path = self.inv("c1.inv", [doc, raw], [(0, len(doc), ASSET), (len(doc), len(raw), RAW)])
         run = self.run_decoder("show", path)
         self.assertEqual(run.returncode, 0, run.stderr)
         for byte in range(0x80, 0xA0):
