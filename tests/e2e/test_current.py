@@ -1,16 +1,8 @@
 """End to end: the reading of current releases (/current) on the ESXi 9.0
-host esxi90, against the default reading of the same host.
-
-The whole documents of both scans are pinned in expected/esxi90 and
-expected/esxi90-current (time values masked). Where the two differ most,
-the values are also derived here from the host folder: every package of
-its VIB list, each adapter's description from its NIC listing, the memory
-size from the .vmx file, and the disks from the descriptors and the sparse
-extents setup-storage.sh writes.
-
-The variants of the hostile host whose output ends a default scan (see
-test_hostile.py) are read to the end with /current, and the element of the
-collector that skipped the input says so."""
+host esxi90, against the default reading of the same host. Both whole
+documents are pinned in expected/; where they differ most, the values are
+also derived here from the host folder. The hostile variants that end a
+default scan are read to the end with /current, with a warning."""
 import os
 import re
 import unittest
@@ -42,14 +34,6 @@ def scan(args):
             simlib.mask(simlib.decode_text(path, 1), TIMES))
 
 
-def node_attrs(lines, element):
-    """Attributes of the first element line that starts with `element`."""
-    for i, line in enumerate(lines):
-        if line.startswith(element):
-            return dict(simlib.attributes(lines, i))
-    return None
-
-
 def first_devices(lines):
     """The lines of the first machine's "Devices" up to its first adapter."""
     start = lines.index("+Devices=", lines.index("+vm:1=photon9"))
@@ -59,23 +43,10 @@ def first_devices(lines):
 
 def table_cells(text, *names):
     """Cells of an esxcli table by the dash groups under its header."""
-    lines = text.split("\n")
-    header, dashes = lines[0], lines[1]
-    spans = [m.span() for m in re.finditer(r"-+", dashes)]
-    starts = [s for s, _ in spans]
-    cols = {header[s:(starts[i + 1] if i + 1 < len(starts) else None)].strip(): i
-            for i, s in enumerate(starts)}
-    rows = []
-    for line in lines[2:]:
-        if not line:
-            continue
-        cells = []
-        for n in names:
-            i = cols[n]
-            end = starts[i + 1] if i + 1 < len(starts) else None
-            cells.append(line[starts[i]:end].strip())
-        rows.append(cells)
-    return rows
+    lines = [l for l in text.split("\n") if l]
+    starts = [m.start() for m in re.finditer(r"-+", lines[1])]
+    cols = {lines[0][s:e].strip(): slice(s, e) for s, e in zip(starts, starts[1:] + [None])}
+    return [[line[cols[n]].strip() for n in names] for line in lines[2:]]
 
 
 class CurrentReadingTest(unittest.TestCase):

@@ -1,12 +1,9 @@
 """End to end: the agent on the simulated host `hostile` (sim/hosts/hostile,
-whose answers.py says what each tool prints and why).
-
-A scan of that host completes: it never hangs (each run has a time limit),
-never runs a command injected through host text (the payloads call the
-marker tool `pwned` or create pwned* files), changes nothing in the host
-outside its current directory, and stays within MEMORY_BOUND_MB of resident
-memory. Variants of the host whose output ends a scan on purpose end it
-exactly so: the "basic_string::substr" out-of-range error, no file.
+whose answers.py says what each tool prints and why). A scan completes in its
+time limit, runs no command injected through host text (the payloads call the
+marker tool `pwned` or create pwned* files), changes nothing outside its
+directory and stays within MEMORY_BOUND_MB. Variants whose output ends a scan
+on purpose end it exactly so: the "basic_string::substr" error, no file.
 """
 import json
 import os
@@ -25,18 +22,13 @@ import answers  # noqa: E402  (the host's own description of its outputs)
 HERE = os.path.dirname(os.path.abspath(__file__))
 PROBE = os.path.join(simlib.SOURCE_DIR, "sim", "host_probe.py")
 
-# Largest resident set of the agent (and of the tools it waits for) while it
-# scans the hostile host: 50 MB of process list, 100,000 accounts and
-# megabyte lines in the tree, then the serialized and compressed copies.
-# Measured about 300 MB (32-bit host binary) and 350 MB (native); a build
-# with AddressSanitizer keeps shadow memory and freed blocks besides.
+# Peak resident set of the agent and its tools: measured about 300 MB (32-bit)
+# and 350 MB (native); AddressSanitizer keeps shadow memory besides.
 MEMORY_BOUND_MB = 512
 MEMORY_BOUND_ASAN_MB = 1536
 TIME_LIMIT = 300
 
-# uname -n prints "h\0st/$(pwned)`pwned`;ile\r\n.lab.local": the short name
-# runs to the first ".", is upper-cased, and "/" and control bytes become
-# "_"; the MAC is vmk0's.
+# From uname -n "h\0st/$(pwned)`pwned`;ile\r\n.lab.local" and vmk0's MAC.
 FILE_NAME = "H_ST_$(PWNED)`PWNED`;ILE___0013320A0001.inv"
 
 
@@ -46,8 +38,7 @@ def is_asan(binary):
 
 
 def copy_host(variant_answers, vmware_v=None):
-    """A copy of the hostile host in which the commands of variant_answers
-    (KEY: bytes) answer with those bytes instead."""
+    """A copy of the host whose commands answer as variant_answers says."""
     d = os.path.join(simlib.workdir(), "hostile")
     shutil.copytree(HOST_DIR, d, symlinks=True, ignore=shutil.ignore_patterns("__pycache__"))
     if vmware_v is not None:
@@ -60,8 +51,7 @@ def copy_host(variant_answers, vmware_v=None):
 
 
 def probe_scan(host, args):
-    """Scans host with the agent under host_probe.py; returns the result and
-    the probe's report."""
+    """(result, probe report) of a scan under host_probe.py."""
     binary = simlib.agent()
     command = ["/usr/bin/python3", "-S", PROBE, str(TIME_LIMIT), binary] + list(args)
     result = simlib.run_in_host(host, command, binds=[os.path.dirname(binary), os.path.dirname(PROBE)],
@@ -73,8 +63,7 @@ def probe_scan(host, args):
 
 
 def stored(text):
-    """A text as the tree stores it, for texts whose only special bytes are
-    carriage returns: each one swallows the byte after it."""
+    """A text as the tree stores it: each carriage return swallows the next byte."""
     out, i = [], 0
     while i < len(text):
         out.append(text[i])
@@ -86,8 +75,7 @@ def tool_of(key):
     return key.split("_", 1)[0]
 
 
-# What the host itself changes once the machine list is asked for: the files
-# of answers.VANISHING go, and their directories change with them.
+# The host itself removes the files of answers.VANISHING when machines are listed.
 VANISHED = sorted({p for v in answers.VANISHING
                    for p in (os.path.join(answers.DATASTORE_DIR, v),
                              os.path.dirname(os.path.join(answers.DATASTORE_DIR, v)))})
@@ -97,14 +85,20 @@ class InjectionChecks(unittest.TestCase):
     maxDiff = None
 
     def check_clean(self, result, report, expected_changes=("/sim/calls.log",)):
-        """Ended in time, ran no payload, changed nothing outside its
-        directory, and stayed within the memory bound."""
+        """Ended in time, ran no payload, changed nothing else, stayed in bounds."""
         self.assertIsNotNone(report["status"], "still running after %d s" % TIME_LIMIT)
         self.assertEqual([c for c in result.calls if tool_of(c) == "pwned"], [])
         self.assertEqual(sorted(result.changes), sorted(expected_changes))
         bound = MEMORY_BOUND_ASAN_MB if is_asan(simlib.agent()) else MEMORY_BOUND_MB
         self.assertLessEqual(report["maxrss_kb"], bound * 1024,
                              "peak resident set %d KiB" % report["maxrss_kb"])
+
+    def clean_scan(self, host, args):
+        """A scan that succeeds with only the host's own changes."""
+        result, report = probe_scan(host, args)
+        self.assertEqual(report["status"], 0)
+        self.check_clean(result, report, ["/sim/calls.log"] + VANISHED)
+        return result
 
 
 class HostileScanTest(InjectionChecks):
@@ -128,13 +122,11 @@ class HostileScanTest(InjectionChecks):
         self.assertEqual(simlib.decode_bytes(self.path, 1)[:3], b"\xef\xbb\xbf")
 
     def test_host_text_reaches_tools_as_one_word(self):
-        """Each hostile name arrives at its tool byte for byte: the calls
-        log holds the exact KEY of each command line."""
+        # The calls log holds the exact KEY of each command line.
         key = answers.command_key
         expected = [key(["esxcli", "storage", "core", "device", "list", "-d", d])
                     for d in answers.DEVICES]
-        # Every machine whose configuration file is there when it is looked
-        # for (the fourth one vanished).
+        # The fourth machine's configuration file vanished.
         expected += [key(["vim-cmd", "vmsvc/power.getstate", vm_id])
                      for vm_id in answers.VM_IDS if vm_id != answers.VM_IDS[3]]
         expected += [key(["lsusb", "-s", "%s:%s" % pair, "-v"]) for pair in answers.USB]
@@ -146,26 +138,18 @@ class HostileScanTest(InjectionChecks):
 
 class HostileDebugRunTest(InjectionChecks):
     def test_debug_run(self):
-        result, report = probe_scan("hostile", ["/silent", "/debug"])
-        self.assertEqual(report["status"], 0)
-        self.check_clean(result, report, ["/sim/calls.log"] + VANISHED)
+        result = self.clean_scan("hostile", ["/silent", "/debug"])
         self.assertEqual(result.files, [FILE_NAME])
         raw = simlib.decode_raw(result.path(FILE_NAME))
-        # /etc/fstab cannot be read; df prints garbage; the loop of its own
-        # sections is complete.
+        # /etc/fstab cannot be read; the sections still all end.
         self.assertIn(b">>>---Begin of Section: 'FSTAB-file info'---<<<\nfile not found\n", raw)
         self.assertTrue(raw.endswith(b">>>---End of Section: 'HOSTNAME'---<<<\n"))
 
 
 class Esx4VariantTest(InjectionChecks):
-    """The same host as ESX 4.1: the package names of "ipkg list" reach
-    "ipkg info" as one word each."""
-
-    def test_packages(self):
-        host = copy_host({}, vmware_v=b"VMware ESX 4.1.0 build-260247\n")
-        result, report = probe_scan(host, ["/silent"])
-        self.assertEqual(report["status"], 0)
-        self.check_clean(result, report, ["/sim/calls.log"] + VANISHED)
+    def test_packages_reach_ipkg_info_as_one_word(self):
+        result = self.clean_scan(copy_host({}, vmware_v=b"VMware ESX 4.1.0 build-260247\n"),
+                                 ["/silent"])
         infos = [c for c in result.calls if c.startswith("ipkg_info_")]
         self.assertEqual(infos, [answers.command_key(["ipkg", "info", p])
                                  for p in answers.PACKAGES])
@@ -174,11 +158,9 @@ class Esx4VariantTest(InjectionChecks):
         self.assertEqual(soft, sorted(stored(p) for p in answers.PACKAGES))
 
 
-# Outputs that end a scan with the out-of-range error of std::string::substr,
-# and the last progress line printed before it: (name, {KEY: output}, last).
+# (name, {KEY: output}, last progress line) of outputs that end a scan.
 OUT_OF_RANGE = [
-    # Two packages but only one processor record, and no cache record after
-    # it: the second block starts past the end of the dump.
+    # Two packages but only one processor record, and no cache record after it.
     ("processor records", {
         "vim-cmd_hostsvc+hosthardware": b"cpuInfo = {\nnumCpuPackages = 2,\nnumCpuCores = 4,\n",
         "smbiosDump": b"  Processor Info: #4\n    Version: \"x\"\n",
@@ -214,8 +196,7 @@ class OutOfRangeTest(InjectionChecks):
 
 
 class ChangeDetectionTest(unittest.TestCase):
-    """The control for the checks above: writes outside the current
-    directory and calls of the marker tool are seen."""
+    """The control: writes outside the directory and marker calls are seen."""
 
     def test_writes_and_marker_calls_are_reported(self):
         result = simlib.run_in_host("hostile", [

@@ -1,10 +1,7 @@
-"""End to end: quillscan-inv against files made to exhaust or fool it.
-
-Each file is small (or sparse) and is built here. The decoder runs under a
-256 MB address-space limit (not with a sanitizer build, which reserves far
-more address space for itself); a refused file gives one error line and
-status 1, never a crash, a hang or memory that grows with the claims.
-"""
+"""End to end: quillscan-inv against small (or sparse) files built here to
+exhaust or fool it. Under a 256 MB address-space limit (not with a sanitizer
+build), a refused file gives one error line and status 1, never a crash, a
+hang or memory that grows with the claims."""
 import json
 import os
 import resource
@@ -39,9 +36,7 @@ def document(lines):
 
 
 def inv_file(path, bodies, blocks, snapshotcount=0, hole=0):
-    """Writes bodies back to back (after `hole` zero bytes, left sparse),
-    then the header of `blocks` (offset, length, type lines) and the
-    trailer."""
+    """Bodies after a sparse hole, then the header of `blocks` and the trailer."""
     header = "[H]\ncount=%d\nsnapshotcount=%d\n" % (len(blocks), snapshotcount)
     for i, (offset, length, kind) in enumerate(blocks):
         header += "[%d]\noffset=%d\nlength=%d\n%s" % (i, offset, length, kind)
@@ -56,8 +51,7 @@ def inv_file(path, bodies, blocks, snapshotcount=0, hole=0):
 
 
 def nested(depth):
-    """A document whose elements are nested `depth` levels deep, the
-    innermost one carrying an annotated attribute."""
+    """Elements nested `depth` deep, the innermost with an annotated attribute."""
     lines = b"".join(b"+e%d=\n" % i for i in range(depth - 1))
     lines += b"*leaf=\na=1\n~k=v\n" + b"-\n" * (depth - 1)
     return document(lines)
@@ -71,6 +65,9 @@ class HostileFilesTest(unittest.TestCase):
         cls.decoder = simlib.decoder()
         cls.limited = not sanitized(cls.decoder)
         cls.dir = simlib.workdir()
+
+    def inv(self, name, *args, **kwargs):
+        return inv_file(os.path.join(self.dir, name), *args, **kwargs)
 
     def run_decoder(self, *args, timeout=120, stdout=subprocess.PIPE):
         return subprocess.run([self.decoder] + list(args), stdout=stdout,
@@ -88,25 +85,21 @@ class HostileFilesTest(unittest.TestCase):
         # 64 MiB of text in 64 KiB, listed 40 times (raw would collect
         # 2.5 GiB); a document of a million elements listed 60 times.
         raw = zlib.compress(b"A" * (64 << 20), 9)
-        path = inv_file(os.path.join(self.dir, "raw-repeat.inv"), [raw],
-                        [(0, len(raw), RAW)] * 40)
+        path = self.inv("raw-repeat.inv", [raw], [(0, len(raw), RAW)] * 40)
         self.assertRefused(path, ["raw", "check", "show", "json"],
                            "record 1: starts at byte 0, not where record 0 ends")
         doc = document(b"+A=\n" + b"*a=\n" * 1000000 + b"-\n")
-        path = inv_file(os.path.join(self.dir, "json-repeat.inv"), [doc],
-                        [(0, len(doc), ASSET)] * 60)
+        path = self.inv("json-repeat.inv", [doc], [(0, len(doc), ASSET)] * 60)
         self.assertRefused(path, ["json", "text", "check"], "record 1: starts at byte 0")
         # Overlapping blocks: the second starts inside the first.
-        path = inv_file(os.path.join(self.dir, "overlap.inv"), [raw, raw],
+        path = self.inv("overlap.inv", [raw, raw],
                         [(0, len(raw), RAW), (len(raw) - 10, len(raw) + 10, RAW)])
         self.assertRefused(path, ["raw", "check"], "record 1: starts at byte %d" % (len(raw) - 10))
 
     def test_total_inflated_size_is_bounded(self):
-        # Three records of 200 MiB each: every one is below the limit for a
-        # record, together they are not.
+        # Three records of 200 MiB: each below the record limit, not together.
         raw = zlib.compress(b"B" * (200 << 20), 9)
-        path = inv_file(os.path.join(self.dir, "total.inv"), [raw] * 3,
-                        [(i * len(raw), len(raw), RAW) for i in range(3)])
+        path = self.inv("total.inv", [raw] * 3, [(i * len(raw), len(raw), RAW) for i in range(3)])
         self.assertRefused(path, ["raw", "check"],
                            "record 2: the records of this file inflate to more than 536870912 "
                            "bytes in all (refused)")
@@ -114,19 +107,17 @@ class HostileFilesTest(unittest.TestCase):
     def test_huge_sparse_record_is_not_read_whole(self):
         # A legal 4 GiB - 1 length of zeros (a hole): not zlib data.
         length = (4 << 30) - 1
-        path = inv_file(os.path.join(self.dir, "sparse.inv"), [], [(0, length, RAW)], hole=length)
+        path = self.inv("sparse.inv", [], [(0, length, RAW)], hole=length)
         self.assertRefused(path, ["raw", "check", "show", "json"], "record 0: compressed data is")
-        path = inv_file(os.path.join(self.dir, "sparse-doc.inv"), [], [(0, length, SNAPSHOT)], 1,
-                        hole=length)
+        path = self.inv("sparse-doc.inv", [], [(0, length, SNAPSHOT)], 1, hole=length)
         self.assertRefused(path, ["text", "json"], "record 0: body does not end with")
 
     def test_fifo_is_refused_at_once(self):
         fifo = os.path.join(self.dir, "fifo.inv")
         os.mkfifo(fifo)
-        good = inv_file(os.path.join(self.dir, "good.inv"), [document(b"*AssetInfo=\n")],
+        good = self.inv("good.inv", [document(b"*AssetInfo=\n")],
                         [(0, len(document(b"*AssetInfo=\n")), ASSET)])
-        # Nobody ever writes to the FIFO: opening it for reading would wait
-        # for ever, and the rest of the batch with it.
+        # Nobody writes to the FIFO: a plain open would wait for ever.
         run = self.run_decoder("check", fifo, good, timeout=10)
         self.assertEqual(run.returncode, 1)
         self.assertEqual(run.stderr.decode(), "quillscan-inv: %s: not a regular file\n" % fifo)
@@ -137,11 +128,10 @@ class HostileFilesTest(unittest.TestCase):
 
     def test_nesting_limit_is_one_that_json_readers_accept(self):
         ok = nested(64)
-        path = inv_file(os.path.join(self.dir, "deep64.inv"), [ok], [(0, len(ok), ASSET)])
-        run = self.run_decoder("check", path)
-        self.assertEqual(run.returncode, 0, run.stderr)
-        run = self.run_decoder("json", path)
-        self.assertEqual(run.returncode, 0, run.stderr)
+        path = self.inv("deep64.inv", [ok], [(0, len(ok), ASSET)])
+        for command in ("check", "json"):
+            run = self.run_decoder(command, path)
+            self.assertEqual(run.returncode, 0, run.stderr)
         tree = json.loads(run.stdout)["records"][0]["document"]
         for _ in range(63):
             tree = tree["children"][0]
@@ -151,16 +141,14 @@ class HostileFilesTest(unittest.TestCase):
             read = subprocess.run([jq, "-c", ".count"], input=run.stdout, stdout=subprocess.PIPE)
             self.assertEqual((read.returncode, read.stdout), (0, b"1\n"))
         deep = nested(65)
-        path = inv_file(os.path.join(self.dir, "deep65.inv"), [deep], [(0, len(deep), ASSET)])
+        path = self.inv("deep65.inv", [deep], [(0, len(deep), ASSET)])
         self.assertRefused(path, ["check", "json", "show"], "elements nested too deep")
 
     def test_show_escapes_c1_controls(self):
-        # U+009B (CSI) and U+009D (OSC) as UTF-8 in a value and in raw text;
-        # C0 (ESC) for comparison.
+        # U+009B (CSI) and U+009D (OSC) in a value and in raw text, and ESC.
         doc = document("*AssetInfo=\nx=a\u009b2Jb\u009d0;t\x1b[0m\n".encode())
         raw = zlib.compress("r\u009bs\n".encode(), 9)
-        path = inv_file(os.path.join(self.dir, "c1.inv"), [doc, raw],
-                        [(0, len(doc), ASSET), (len(doc), len(raw), RAW)])
+        path = self.inv("c1.inv", [doc, raw], [(0, len(doc), ASSET), (len(doc), len(raw), RAW)])
         run = self.run_decoder("show", path)
         self.assertEqual(run.returncode, 0, run.stderr)
         for byte in range(0x80, 0xA0):

@@ -1,15 +1,10 @@
 """End to end: creating the inventory file in a directory others can write to.
 
-The agent runs as root, often in /tmp, under a predictable file name. A
-preloaded library (create_gate.c, built here) stops the agent at the moment
-it creates its output, so that what an attacker or a second scan could do in
-that moment happens every time: a symbolic link planted at the output name,
-the directory swapped for a link, a second agent writing the same name, the
-agent killed half way. The same library can refuse hard links, as a file
-system without them does. A closed standard output is the last case.
-
-The library needs a dynamically linked agent: QS_AGENT_NATIVE when it is
-set (the host binary is static), else QS_AGENT.
+A preloaded library (create_gate.c, built here) stops the agent as it creates
+its output, so that a race (a link planted at the output name, the directory
+swapped for a link, a second agent, a kill) happens every time; it can also
+refuse hard links. It needs a dynamically linked agent: QS_AGENT_NATIVE when
+set, else QS_AGENT.
 """
 import os
 import shutil
@@ -30,6 +25,12 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 def native_agent():
     path = os.environ.get("QS_AGENT_NATIVE") or simlib.agent()
     return os.path.realpath(path)
+
+
+def gated(gate_so, agent, env, run=""):
+    """The agent's command line with the gate library preloaded."""
+    return ("LD_PRELOAD=%s %s ASAN_OPTIONS=${ASAN_OPTIONS:+$ASAN_OPTIONS:}"
+            "verify_asan_link_order=0 %s%s /silent" % (gate_so, env, run, agent))
 
 
 def build_gate():
@@ -58,32 +59,20 @@ class Scene:
             f.write("root only\n")
         os.chmod(self.secret, 0o600)
 
-    def command(self, gate_so, agents=1, when="before"):
-        """A shell command that starts `agents` gated agents in scan/ and
-        prints each one's status and output after a marker line."""
-        agent = native_agent()
-        asan = "${ASAN_OPTIONS:+$ASAN_OPTIONS:}verify_asan_link_order=0"
-        runs = []
-        for i in range(agents):
-            runs.append("LD_PRELOAD=%s QS_GATE_DIR=%s QS_GATE_PROGRAM=%s QS_GATE_WHEN=%s "
-                        "ASAN_OPTIONS=%s %s /silent > %s/out.%d 2>/dev/null; echo $? > %s/rc.%d"
-                        % (gate_so, self.gate, os.path.basename(agent), when, asan, agent,
-                           self.gate, i, self.gate, i))
-        script = "cd %s || exit 99\n" % self.scan
-        script += "\n".join("(%s) &" % r for r in runs) + "\nwait\n"
-        return ["/bin/sh", "-c", script], [os.path.dirname(agent), os.path.dirname(gate_so)]
-
     def start(self, gate_so, agents=1, when="before"):
-        command, binds = self.command(gate_so, agents, when)
-        result = {}
-
-        def run():
-            result["run"] = simlib.run_in_host(HOST, command, workdir_path=self.base, binds=binds,
-                                               timeout=300)
-
-        thread = threading.Thread(target=run)
+        """Starts `agents` gated agents in scan/ on a thread; each one's status
+        and output go to gate/rc.N and gate/out.N."""
+        agent = native_agent()
+        env = "QS_GATE_DIR=%s QS_GATE_PROGRAM=%s QS_GATE_WHEN=%s" % (
+            self.gate, os.path.basename(agent), when)
+        runs = ["(%s > %s/out.%d 2>/dev/null; echo $? > %s/rc.%d) &"
+                % (gated(gate_so, agent, env), self.gate, i, self.gate, i) for i in range(agents)]
+        script = "cd %s || exit 99\n%s\nwait\n" % (self.scan, "\n".join(runs))
+        thread = threading.Thread(target=simlib.run_in_host, args=(HOST, ["/bin/sh", "-c", script]),
+                                  kwargs={"workdir_path": self.base, "timeout": 300, "binds": [
+                                      os.path.dirname(agent), os.path.dirname(gate_so)]})
         thread.start()
-        return thread, result
+        return thread
 
     def wait_ready(self, count, timeout=120, proc=None):
         deadline = time.monotonic() + timeout
@@ -120,8 +109,7 @@ class Scene:
 
     def result_line(self, i):
         status, out = self.outcome(i)
-        lines = [l for l in out.splitlines() if l.startswith(">>>")]
-        return status, lines
+        return status, [l for l in out.splitlines() if l.startswith(">>>")]
 
 
 def check_ok(test, path):
@@ -139,7 +127,7 @@ class OutputSafetyTest(unittest.TestCase):
 
     def test_link_planted_at_the_output_name_is_not_followed(self):
         scene = Scene()
-        thread, _ = scene.start(self.gate_so)
+        thread = scene.start(self.gate_so)
         scene.wait_ready(1)
         # The name was free when the agent chose it; now it is a link to a
         # file the agent must not touch.
@@ -156,7 +144,7 @@ class OutputSafetyTest(unittest.TestCase):
 
     def test_directory_swapped_for_a_link_is_not_followed(self):
         scene = Scene()
-        thread, _ = scene.start(self.gate_so)
+        thread = scene.start(self.gate_so)
         scene.wait_ready(1)
         moved = scene.scan + ".moved"
         os.rename(scene.scan, moved)
@@ -171,7 +159,7 @@ class OutputSafetyTest(unittest.TestCase):
 
     def test_two_agents_in_one_directory_keep_both_files(self):
         scene = Scene()
-        thread, _ = scene.start(self.gate_so, agents=2)
+        thread = scene.start(self.gate_so, agents=2)
         # Both have chosen their name before either writes.
         scene.wait_ready(2)
         scene.release()
@@ -188,7 +176,7 @@ class OutputSafetyTest(unittest.TestCase):
 
     def test_killed_while_writing_leaves_no_inventory(self):
         scene = Scene()
-        thread, _ = scene.start(self.gate_so, when="kill")
+        thread = scene.start(self.gate_so, when="kill")
         thread.join()
         status, out = scene.outcome(0)
         self.assertEqual(status, 128 + 9)
@@ -207,9 +195,8 @@ class OutputSafetyTest(unittest.TestCase):
         scene = Scene()
         os.symlink(scene.secret, os.path.join(scene.scan, NAME))
         agent = native_agent()
-        script = ("cd %s && LD_PRELOAD=%s QS_GATE_NO_LINKS=1 "
-                  "ASAN_OPTIONS=${ASAN_OPTIONS:+$ASAN_OPTIONS:}verify_asan_link_order=0 exec %s "
-                  "/silent" % (scene.scan, self.gate_so, agent))
+        script = "cd %s && %s" % (
+            scene.scan, gated(self.gate_so, agent, "QS_GATE_NO_LINKS=1", "exec "))
         status, out, _, _ = simlib.run_in_host(
             HOST, ["/bin/sh", "-c", script], workdir_path=scene.base,
             binds=[os.path.dirname(agent), os.path.dirname(self.gate_so)])
@@ -223,10 +210,8 @@ class OutputSafetyTest(unittest.TestCase):
     def test_output_closed_after_the_first_line(self):
         scene = Scene()
         agent = native_agent()
-        asan = "${ASAN_OPTIONS:+$ASAN_OPTIONS:}verify_asan_link_order=0"
-        script = ("cd %s && LD_PRELOAD=%s QS_GATE_DIR=%s QS_GATE_PROGRAM=%s ASAN_OPTIONS=%s "
-                  "exec %s /silent" % (scene.scan, self.gate_so, scene.gate,
-                                       os.path.basename(agent), asan, agent))
+        env = "QS_GATE_DIR=%s QS_GATE_PROGRAM=%s" % (scene.gate, os.path.basename(agent))
+        script = "cd %s && %s" % (scene.scan, gated(self.gate_so, agent, env, "exec "))
         argv = [simlib.SIM_RUN, HOST, "--workdir", scene.base, "--bind", os.path.dirname(agent),
                 "--bind", os.path.dirname(self.gate_so), "--", "/bin/sh", "-c", script]
         proc = subprocess.Popen(argv, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,

@@ -1,13 +1,7 @@
-"""End to end: the binaries for ESX/ESXi hosts (make esxi) are static,
-stripped executables, 32-bit x86 and x86-64, and on the same simulated host
-each writes the same documents as the native build, apart from the
-time-dependent attributes.
-
-The binaries come from the environment (make test-esxi sets them):
-  QS_AGENT_ESXI    dist/quillscan
-  QS_AGENT_ESXI64  dist/quillscan-x86_64
-  QS_AGENT_NATIVE  the native build's quillscan
-Without them (a plain ctest run of the native build) the tests are skipped.
+"""End to end: the host binaries (make esxi) are static, stripped 32-bit x86
+and x86-64 executables, and each writes the same documents as the native
+build on the same simulated host. make test-esxi sets QS_AGENT_ESXI,
+QS_AGENT_ESXI64 and QS_AGENT_NATIVE; without them the tests are skipped.
 """
 import os
 import struct
@@ -29,8 +23,7 @@ SHT_SYMTAB = 2
 
 
 def elf_facts(path):
-    """Class, machine, whether it asks for a dynamic loader or has a dynamic
-    section, and whether it still has a symbol table."""
+    """Class, machine, whether it is dynamic and whether it has a symbol table."""
     with open(path, "rb") as f:
         data = f.read()
     if data[:4] != b"\x7fELF":
@@ -38,8 +31,7 @@ def elf_facts(path):
     elf_class, endian = data[4], data[5]
     if elf_class not in (1, 2) or endian != 1:
         return {"class": elf_class, "endian": endian}
-    # The 32-bit and 64-bit headers differ only in the width of the three
-    # addresses and offsets.
+    # The 32-bit and 64-bit headers differ only in the width of three fields.
     word = "I" if elf_class == 1 else "Q"
     (e_type, e_machine, _, _, e_phoff, e_shoff, _, _, e_phentsize, e_phnum, e_shentsize,
      e_shnum, _) = struct.unpack_from("<HHI%s%s%sIHHHHHH" % (word, word, word), data, 16)
@@ -47,46 +39,31 @@ def elf_facts(path):
                 for i in range(e_phnum)]
     sections = [struct.unpack_from("<II", data, e_shoff + i * e_shentsize)[1]
                 for i in range(e_shnum)]
-    return {
-        "class": elf_class,
-        "endian": endian,
-        "type": e_type,
-        "machine": e_machine,
-        "dynamic": PT_INTERP in segments or PT_DYNAMIC in segments,
-        "symtab": SHT_SYMTAB in sections,
-    }
+    return {"class": elf_class, "endian": endian, "type": e_type, "machine": e_machine,
+            "dynamic": PT_INTERP in segments or PT_DYNAMIC in segments,
+            "symtab": SHT_SYMTAB in sections}
 
 
 @NEEDS_ALL
 class HostBinaryTest(unittest.TestCase):
-    def test_static_stripped_i386_executable(self):
-        facts = elf_facts(ESXI)
-        self.assertEqual(facts, {"class": 1, "endian": 1, "type": 2, "machine": 3,
-                                 "dynamic": False, "symtab": False})
-
-    def test_static_stripped_x86_64_executable(self):
-        facts = elf_facts(ESXI64)
-        self.assertEqual(facts, {"class": 2, "endian": 1, "type": 2, "machine": 62,
-                                 "dynamic": False, "symtab": False})
+    def test_static_stripped_executables(self):
+        for path, elf_class, machine in ((ESXI, 1, 3), (ESXI64, 2, 62)):
+            self.assertEqual(elf_facts(path), {"class": elf_class, "endian": 1, "type": 2,
+                                               "machine": machine, "dynamic": False,
+                                               "symtab": False})
 
 
 def scan_with(binary, host, args):
-    """Runs binary with args in host; returns the result and the masked
-    document texts (or the raw text) of the one file it wrote."""
-    env = {"TZ": "QST-3"}
-    result = simlib.run_in_host(host, [binary] + args, env=env,
+    """(result, masked texts or raw text of each record of the file written)."""
+    result = simlib.run_in_host(host, [binary] + args, env={"TZ": "QST-3"},
                                 binds=[os.path.dirname(os.path.realpath(binary))])
     if len(result.files) != 1:
         raise AssertionError("%s in %s wrote %r" % (binary, host, result.files))
     path = result.path(result.files[0])
     h = simlib.header(path)
-    records = []
-    for i, r in enumerate(h.records):
-        if r["type"] == "customdata":
-            records.append(("raw", simlib.decode_raw(path)))
-        else:
-            records.append((r["type"], simlib.mask(simlib.decode_text(path, i))))
-    return result, records
+    return result, [("raw", simlib.decode_raw(path)) if r["type"] == "customdata" else
+                    (r["type"], simlib.mask(simlib.decode_text(path, i)))
+                    for i, r in enumerate(h.records)]
 
 
 @NEEDS_ALL

@@ -1,11 +1,7 @@
-"""End to end: an inventory file that cannot be written completely.
-
-The agent runs in a tiny tmpfs mounted inside the simulated host as its
-current directory. Whether the disk fills up during the write (esxi67's file
-is larger than the tmpfs) or only when the buffered data is flushed at the
-end (bare's small file on a tmpfs that is already full), the agent reports
-"Cannot create file :PATH" as for a file it cannot create, prints no result
-line, ends with status 0 and leaves no .inv file behind.
+"""End to end: an inventory file that cannot be written completely, in a
+tiny tmpfs that fills up during the write or only at the final flush: the
+agent reports "Cannot create file :PATH", prints no result line, ends with
+status 0 and leaves no .inv file behind.
 """
 import os
 import re
@@ -16,9 +12,8 @@ from simlib import PROGRESS
 
 SMALL = "/tmp/small"
 
-# Runs the agent ($1, further arguments after it) in a 4 KiB tmpfs; with
-# FILL=1 the tmpfs is filled up first. Afterwards the directory's entries
-# are listed between two marker lines (ls is not on every host).
+# Runs the agent ($1 and its arguments) in a small tmpfs (filled first with
+# FILL=1), then lists the directory between marker lines (ls may be missing).
 SCRIPT = r"""
 mkdir %(dir)s
 mount -t tmpfs -o size=4k,mode=0755 tmpfs %(dir)s || exit 90
@@ -35,9 +30,10 @@ echo "== end"
 """ % {"dir": SMALL}
 
 
-def run_in_small_dir(host, args, fill):
+def run_in_small_dir(host, args, fill, size="4k"):
     binary = simlib.agent()
-    command = ["/bin/sh", "-c", "FILL=%d; %s" % (1 if fill else 0, SCRIPT), "sh", binary] + args
+    command = ["/bin/sh", "-c", "FILL=%d; %s" % (fill, SCRIPT.replace("size=4k", "size=" + size)),
+               "sh", binary] + args
     return simlib.run_in_host(host, command, binds=[os.path.dirname(binary)])
 
 
@@ -56,8 +52,7 @@ class WriteFailureTest(unittest.TestCase):
         self.assertEqual(result.returncode, 0, result.stderr)
         agent_out, status, entries = split_output(self, result.stdout)
         self.assertEqual(status, 0)
-        # stderr also holds the shell's complaints about the host's missing
-        # tools; the agent's own line is there exactly once.
+        # stderr also holds the shell's complaints about missing tools.
         report = "Cannot create file :%s/%s\n" % (SMALL, file_name)
         self.assertEqual(result.stderr.count("Cannot create file"), 1, result.stderr)
         self.assertIn(report, result.stderr)
@@ -80,10 +75,7 @@ class WriteFailureTest(unittest.TestCase):
 
     def test_same_directory_with_room_keeps_the_file(self):
         # The control: with room to spare the same script leaves the file.
-        binary = simlib.agent()
-        script = SCRIPT.replace("size=4k", "size=1m")
-        result = simlib.run_in_host("bare", ["/bin/sh", "-c", "FILL=0; " + script, "sh", binary,
-                                             "/silent"], binds=[os.path.dirname(binary)])
+        result = run_in_small_dir("bare", ["/silent"], False, "1m")
         agent_out, status, entries = split_output(self, result.stdout)
         self.assertEqual(status, 0)
         self.assertTrue(agent_out.endswith(">>>_525400123456.inv\n"), agent_out)

@@ -3,23 +3,22 @@
 // always a row for empty output.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "collectors/network/network.h"
 #include "collectors/storage/storage.h"
 #include "collectors/system/os.h"
 #include "collectors/system/software.h"
+#include "test_support.h"
 #include "zxml/zXML.h"
 
 namespace {
 
 std::string capture(const std::string& name) {
   if (name.empty()) return std::string();
-  std::ifstream in(std::string(QS_FIXTURES) + "/esxi-samples/" + name, std::ios::binary);
-  EXPECT_TRUE(in.good()) << name;
-  return std::string(std::istreambuf_iterator<char>(in), {});
+  const std::string text = test_support::slurp(std::string(QS_FIXTURES) + "/esxi-samples/" + name);
+  EXPECT_FALSE(text.empty()) << name;
+  return text;
 }
 
 size_t children(const ztag* node) {

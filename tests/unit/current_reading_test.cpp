@@ -23,6 +23,8 @@
 
 namespace {
 
+using test_support::tree_text;
+
 std::string sample(const std::string& name) {
   const std::string text = test_support::slurp(std::string(QS_FIXTURES) + "/esxi-samples/" + name);
   EXPECT_FALSE(text.empty()) << name;
@@ -111,7 +113,7 @@ TEST(CurrentSoftware, VibListsOfEveryReleaseByTheirHeader) {
   EXPECT_EQ(skipped, (std::vector<int>{2, 4}));
   zXML doc(true, "Snapshot");
   record_vib_table(doc.top(), p, skipped);
-  EXPECT_EQ(test_support::tree_text(doc.top()->find_child("Software")),
+  EXPECT_EQ(tree_text(doc.top()->find_child("Software")),
             "+Software=\nWarning:1=\n~type=malformed_input\n~source=esxcli software vib list\n"
             "~skipped=package line 2: shorter than its columns\nWarning:2=\n"
             "~type=malformed_input\n~source=esxcli software vib list\n"
@@ -258,9 +260,9 @@ TEST(CurrentMalformed, FewerProcessorRecordsThanPackages) {
   const ztag* processors = safe.top()->find_child("Processors");
   ASSERT_NE(processors, nullptr);
   EXPECT_EQ(processors->children().size(), 2u);
-  EXPECT_EQ(test_support::tree_text(processors->find_child("Processor:2")).substr(0, 40),
-            test_support::tree_text(strict.top()->find_child("Processors")->find_child("Processor:2"))
-                .substr(0, 40));
+  EXPECT_EQ(
+      tree_text(processors->find_child("Processor:2")).substr(0, 40),
+      tree_text(strict.top()->find_child("Processors")->find_child("Processor:2")).substr(0, 40));
   EXPECT_EQ(*processors->find_attr("Warning:1")->meta.find("skipped"),
             "processor records: 2 of 4 found");
   zXML none(true, "Snapshot");

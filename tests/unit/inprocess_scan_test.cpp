@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <regex>
 #include <string>
@@ -16,9 +15,12 @@
 #include "app/scanner.h"
 #include "host/command.h"
 #include "sim/replay/sim_host.h"
+#include "test_support.h"
 #include "zxml/zXML.h"
 
 namespace {
+
+using test_support::slurp;
 
 // The document's text form, with the values that depend on when the scan
 // ran masked as the end-to-end tests mask them.
@@ -29,11 +31,6 @@ std::string masked_text(const zXML& doc) {
   static const std::regex times(
       "\n(timestamp|scan-time|uptime|first-scan|last-scan|snapshot-list|scan-attempt)=[^\n]*");
   return std::regex_replace(text, times, "\n$1=<masked>");
-}
-
-std::string slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 // Documents too large to keep are kept as the SHA-256 of their text.

@@ -7,14 +7,13 @@
 #include <zlib.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "test_support.h"
 #include "zxml/zXML.h"
 
 namespace invtest {
@@ -29,14 +28,8 @@ struct ScratchDir {
   std::string file(const std::string& name) const { return path + ("/" + name); }
 };
 
-inline std::string read_all(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-inline void write_all(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-}
+inline constexpr auto& read_all = test_support::slurp;
+inline constexpr auto& write_all = test_support::write_file;
 
 // The text form of a node; the measured length must be what is written (the
 // buffer has room to spare so that a short measure fails the check cleanly).
