@@ -3,7 +3,9 @@
 // documents are compared with the files the end-to-end scan is checked
 // against (tests/e2e/expected/HOST/).
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -40,9 +42,11 @@ std::string suffix(const std::string& base) {
 
 std::string expected_form(const std::string& base, const std::string& text) {
   if (suffix(base) == ".txt") return text;
-  const std::string path = testing::TempDir() + "/qs-document";
+  // One file per process: test runs of other build trees may hash at once.
+  const std::string path = testing::TempDir() + "/qs-document-" + std::to_string(getpid());
   std::ofstream(path, std::ios::binary) << text;
   const std::string digest = run_command("sha256sum < " + shell_quote(path));
+  std::remove(path.c_str());
   return digest.substr(0, digest.find(' ')) + "\n";
 }
 
