@@ -223,18 +223,16 @@ int main(int argc, char** argv) {
     }
   }
   std::printf("%-34s %10s %10s %12s\n", "run (least of 3)", "wall s", "CPU s", "peak RSS kB");
-  std::printf("%-34s %10.2f %10.2f %12ld\n", "decode 1,000 files", decode.seconds, decode.cpu,
-              decode.peak_kb);
-  std::printf("%-34s %10.2f %10.2f %12ld\n", "export 1,000 files to SQLite", sqlite.seconds,
-              sqlite.cpu, sqlite.peak_kb);
-  std::printf("%-34s %10.2f %10.2f %12ld\n", "export 1,000 files to NDJSON", ndjson.seconds,
-              ndjson.cpu, ndjson.peak_kb);
-  std::printf("%-34s %10.2f %10.2f %12ld\n", "decode 10 files", decode10.seconds, decode10.cpu,
-              decode10.peak_kb);
-  std::printf("%-34s %10.2f %10.2f %12ld\n", "export 10 files to SQLite", sqlite10.seconds,
-              sqlite10.cpu, sqlite10.peak_kb);
-  std::printf("%-34s %10.3f %10.3f %12ld\n", "diff of two 1,024-machine scans", diff.seconds,
-              diff.cpu, diff.peak_kb);
+  // One line per run; digits after the point for the two times.
+  const auto row = [](const char* label, const Run& r, int digits = 2) {
+    std::printf("%-34s %10.*f %10.*f %12ld\n", label, digits, r.seconds, digits, r.cpu, r.peak_kb);
+  };
+  row("decode 1,000 files", decode);
+  row("export 1,000 files to SQLite", sqlite);
+  row("export 1,000 files to NDJSON", ndjson);
+  row("decode 10 files", decode10);
+  row("export 10 files to SQLite", sqlite10);
+  row("diff of two 1,024-machine scans", diff, 3);
   // The machine is shared: CPU time is what the program itself spent, wall
   // time also counts waiting for the processor.
   std::printf("\nexport / decode, CPU time: SQLite x%.2f, NDJSON x%.2f (goal: x1.50 or less)\n",
