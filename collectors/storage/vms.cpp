@@ -375,19 +375,16 @@ void storage::process_vm(ScanContext& ctx, const std::string& vmx_path, ztag* ma
   const size_t slash = vmx_path.rfind('/');
   directory_totals(ctx.host, vmx_path.substr(0, slash), files.all_bytes, files.disk_bytes);
   const std::string vmx_dir = vmx_path.substr(0, slash == std::string::npos ? 0 : slash + 1);
-  const VmxKeys keys(vmx, ctx.reading.vmx_keys_any_case);
+  // The configuration lists SCSI disks first, then IDE ones (then SATA and
+  // NVMe ones when those are read).
+  std::vector<VmDisk> scsi;
+  std::vector<VmDisk> others;
+  for (const VmDisk& d : config.disks) (d.interface == "SCSI" ? scsi : others).push_back(d);
   print_message("~2.\n");
-  files.disks = find_disks(ctx.host, vm_disks(keys, "scsi"), vmx_dir, ctx.reading);
+  files.disks = find_disks(ctx.host, scsi, vmx_dir, ctx.reading);
   print_message("~3.\n");
-  for (FoundDisk& d : find_disks(ctx.host, vm_disks(keys, "ide"), vmx_dir, ctx.reading)) {
+  for (FoundDisk& d : find_disks(ctx.host, others, vmx_dir, ctx.reading)) {
     files.disks.push_back(d);
-  }
-  if (ctx.reading.sata_nvme_disks) {
-    for (const char* prefix : {"sata", "nvme"}) {
-      for (FoundDisk& d : find_disks(ctx.host, vm_disks(keys, prefix), vmx_dir, ctx.reading)) {
-        files.disks.push_back(d);
-      }
-    }
   }
   print_message("~4.\n");
   print_message("~5.\n");
