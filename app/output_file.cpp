@@ -75,7 +75,7 @@ int create_temp(int dir_fd, std::string* name) {
 // nothing in the directory has (not even a dangling link).
 std::string first_free(const OutputDirectory& dir, const NameSequence& name_for) {
   for (int copy = 0;; ++copy) {
-    const std::string name = name_for(copy);
+    std::string name = name_for(copy);
     struct stat st;
     if (fstatat(dir.fd(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || copy == INT_MAX) {
       return name;

@@ -145,9 +145,9 @@ bool parse_mac(const std::string& text, unsigned char mac[6]) {
     bool ok = true;
     unsigned char bytes[6];
     for (int i = 0; i < 6 && ok; ++i) {
-      const int hi = hex_digit(text[at + i * 3]);
-      const int lo = hex_digit(text[at + i * 3 + 1]);
-      ok = hi >= 0 && lo >= 0 && (i == 5 || text[at + i * 3 + 2] == ':');
+      const int hi = hex_digit(text[at + static_cast<size_t>(i) * 3]);
+      const int lo = hex_digit(text[at + static_cast<size_t>(i) * 3 + 1]);
+      ok = hi >= 0 && lo >= 0 && (i == 5 || text[at + static_cast<size_t>(i) * 3 + 2] == ':');
       if (ok) bytes[i] = static_cast<unsigned char>(hi * 16 + lo);
     }
     if (ok) {
@@ -191,6 +191,51 @@ bool fail(std::string* error, const std::string& text) {
   return false;
 }
 
+bool path_record(const std::vector<std::string>& attrs, HostRecord::PathInfo* info) {
+  uint64_t kib = 0;
+  if (attrs.size() != 6 || !parse_flag(attrs[0], &info->exists) ||
+      !parse_flag(attrs[1], &info->openable) || !parse_flag(attrs[2], &info->is_dir) ||
+      !parse_flag(attrs[3], &info->is_regular) || !parse_u64(attrs[4], &info->size) ||
+      !parse_u64(attrs[5], &kib) || kib > (UINT64_MAX >> 10)) {
+    return false;
+  }
+  info->allocated = kib << 10;
+  return true;
+}
+
+// find prints "DIR/NAME" separated by NUL bytes, in the order the directory
+// is read; ls prints bare names, one a line.
+std::vector<HostRecord::DirEntry> listing_record(bool from_find, const std::string& value) {
+  const char separator = from_find ? '\0' : '\n';
+  std::vector<HostRecord::DirEntry> entries;
+  size_t pos = 0;
+  while (pos < value.size()) {
+    size_t end = value.find(separator, pos);
+    if (end == std::string::npos) end = value.size();
+    std::string name = value.substr(pos, end - pos);
+    pos = end + 1;
+    if (from_find) {
+      const size_t slash = name.rfind('/');
+      if (slash != std::string::npos) name.erase(0, slash + 1);
+    }
+    if (name.empty()) continue;
+    HostRecord::DirEntry entry;
+    entry.name = name;
+    entries.push_back(entry);
+  }
+  return entries;
+}
+
+// A part the host could not tell is "-"; the reading is still kept.
+bool clock_record(const std::vector<std::string>& attrs, HostRecord::Clock* clock) {
+  if (attrs.size() != 3) return false;
+  uint64_t wall = 0;
+  if (attrs[0] != "-" && (!parse_u64(attrs[0], &wall) || wall > INT64_MAX)) return false;
+  clock->wall = static_cast<int64_t>(wall);
+  if (attrs[1] != "-" && !parse_zone(attrs[1], &clock->utc_offset)) return false;
+  return attrs[2] == "-" || parse_uptime(attrs[2], &clock->monotonic_sec, &clock->monotonic_nsec);
+}
+
 bool apply_record(const std::string& kind, const std::vector<std::string>& attrs,
                   const std::string& key, const std::string& value, Capture* out,
                   std::string* why) {
@@ -201,62 +246,16 @@ bool apply_record(const std::string& kind, const std::vector<std::string>& attrs
     r.files.emplace(key, value);
   } else if (kind == "S") {
     HostRecord::PathInfo info;
-    uint64_t kib = 0;
-    if (attrs.size() != 6 || !parse_flag(attrs[0], &info.exists) ||
-        !parse_flag(attrs[1], &info.openable) || !parse_flag(attrs[2], &info.is_dir) ||
-        !parse_flag(attrs[3], &info.is_regular) || !parse_u64(attrs[4], &info.size) ||
-        !parse_u64(attrs[5], &kib) || kib > (UINT64_MAX >> 10)) {
-      *why = "bad path attributes";
-      return false;
-    }
-    info.allocated = kib << 10;
+    if (!path_record(attrs, &info)) return fail(why, "bad path attributes");
     r.paths.emplace(key, info);
   } else if (kind == "D") {
     if (attrs.size() != 1 || (attrs[0] != "find" && attrs[0] != "ls")) {
-      *why = "bad listing kind";
-      return false;
+      return fail(why, "bad listing kind");
     }
-    // find prints "DIR/NAME" separated by NUL bytes, in the order the
-    // directory is read; ls prints bare names, one a line.
-    const char separator = attrs[0] == "find" ? '\0' : '\n';
-    std::vector<HostRecord::DirEntry> entries;
-    size_t pos = 0;
-    while (pos < value.size()) {
-      size_t end = value.find(separator, pos);
-      if (end == std::string::npos) end = value.size();
-      std::string name = value.substr(pos, end - pos);
-      pos = end + 1;
-      if (separator == '\0') {
-        const size_t slash = name.rfind('/');
-        if (slash != std::string::npos) name.erase(0, slash + 1);
-      }
-      if (name.empty()) continue;
-      HostRecord::DirEntry entry;
-      entry.name = name;
-      entries.push_back(entry);
-    }
-    r.dirs.emplace(key, std::move(entries));
+    r.dirs.emplace(key, listing_record(attrs[0] == "find", value));
   } else if (kind == "T") {
     HostRecord::Clock clock;
-    if (attrs.size() != 3) {
-      *why = "bad clock";
-      return false;
-    }
-    uint64_t wall = 0;
-    // A part the host could not tell is "-"; the reading is still kept.
-    if (attrs[0] != "-" && (!parse_u64(attrs[0], &wall) || wall > INT64_MAX)) {
-      *why = "bad clock";
-      return false;
-    }
-    clock.wall = static_cast<int64_t>(wall);
-    if (attrs[1] != "-" && !parse_zone(attrs[1], &clock.utc_offset)) {
-      *why = "bad clock";
-      return false;
-    }
-    if (attrs[2] != "-" && !parse_uptime(attrs[2], &clock.monotonic_sec, &clock.monotonic_nsec)) {
-      *why = "bad clock";
-      return false;
-    }
+    if (!clock_record(attrs, &clock)) return fail(why, "bad clock");
     r.clocks.push_back(clock);
   } else if (kind == "W") {
     std::string dir = value;
@@ -265,8 +264,7 @@ bool apply_record(const std::string& kind, const std::vector<std::string>& attrs
   } else if (kind == "I") {
     out->probes.emplace(key, value);
   } else {
-    *why = "unknown record kind '" + kind + "'";
-    return false;
+    return fail(why, "unknown record kind '" + kind + "'");
   }
   return true;
 }
@@ -371,7 +369,43 @@ void interfaces_from_esxcli(const std::string& ipv4_get, const std::string& inte
 
 namespace {
 
-bool parse_capture(const std::string& data, Capture* out, std::string* error) {
+enum class Body { kRead, kTruncated, kNotHex };
+
+// Reads a record's hex lines from *pos up to the next line that starts a
+// record, closes a block or ends the capture (*pos is left at it).
+Body record_body(const std::string& data, bool plain_key, size_t* pos, std::string* body) {
+  Line line;
+  for (;;) {
+    if (!next_line(data, *pos, &line)) return Body::kTruncated;
+    const char first = data[line.begin];
+    if (line.end > line.begin && (first == 'R' || first == 'E' || first == 'Z')) return Body::kRead;
+    if (plain_key || !decode_hex_line(data, line, body)) return Body::kNotHex;
+    *pos = line.next;
+  }
+}
+
+// The interfaces come from whichever probe the host could answer, in the
+// order the capture script tries them.
+void interfaces_of_probes(Capture* out) {
+  const auto ip = out->probes.find("ip -o -4 addr show");
+  const auto ifconfig = out->probes.find("ifconfig -a");
+  const auto esx = out->probes.find("esxcli network ip interface ipv4 get");
+  if (ip != out->probes.end()) {
+    out->interface_source = "ip";
+    interfaces_from_ip(ip->second, out->probes, &out->record.interfaces);
+  } else if (ifconfig != out->probes.end()) {
+    out->interface_source = "ifconfig";
+    interfaces_from_ifconfig(ifconfig->second, &out->record.interfaces);
+  } else if (esx != out->probes.end()) {
+    out->interface_source = "esxcli";
+    const auto list = out->probes.find("esxcli network ip interface list");
+    interfaces_from_esxcli(esx->second, list == out->probes.end() ? "" : list->second,
+                           &out->record.interfaces);
+  }
+}
+
+// The first line: "QSCAP VERSION md5". *pos is left after it.
+bool capture_head(const std::string& data, size_t* pos, std::string* error) {
   Line line;
   if (!next_line(data, 0, &line)) {
     return fail(error, data.empty() ? "empty file, not a capture" : "not a capture");
@@ -382,7 +416,14 @@ bool parse_capture(const std::string& data, Capture* out, std::string* error) {
     return fail(error, "unsupported capture version or checksum (this reader reads \"QSCAP " +
                            std::to_string(kCaptureVersion) + " md5\")");
   }
-  size_t pos = line.next;
+  *pos = line.next;
+  return true;
+}
+
+bool parse_capture(const std::string& data, Capture* out, std::string* error) {
+  size_t pos = 0;
+  if (!capture_head(data, &pos, error)) return false;
+  Line line;
   int expected = 1;
   // Records come in blocks, each closed by an "E" line holding the md5 of
   // the block's bytes. Nothing is used before the whole stream is checked:
@@ -433,14 +474,10 @@ bool parse_capture(const std::string& data, Capture* out, std::string* error) {
       plain_key = true;
     }
     pos = line.next;
-    for (;;) {
-      if (!next_line(data, pos, &line)) return fail(error, "capture is truncated in " + where);
-      const char first = data[line.begin];
-      if (line.end > line.begin && (first == 'R' || first == 'E' || first == 'Z')) break;
-      if (plain_key || !decode_hex_line(data, line, &body)) {
-        return fail(error, "capture is damaged: " + where + " holds a line that is not hex");
-      }
-      pos = line.next;
+    const Body read = record_body(data, plain_key, &pos, &body);
+    if (read == Body::kTruncated) return fail(error, "capture is truncated in " + where);
+    if (read == Body::kNotHex) {
+      return fail(error, "capture is damaged: " + where + " holds a line that is not hex");
     }
     const size_t nul = body.find('\0');
     if (nul == std::string::npos) {
@@ -455,21 +492,7 @@ bool parse_capture(const std::string& data, Capture* out, std::string* error) {
     ++block_records;
   }
 
-  const auto ip = out->probes.find("ip -o -4 addr show");
-  const auto ifconfig = out->probes.find("ifconfig -a");
-  const auto esx = out->probes.find("esxcli network ip interface ipv4 get");
-  if (ip != out->probes.end()) {
-    out->interface_source = "ip";
-    interfaces_from_ip(ip->second, out->probes, &out->record.interfaces);
-  } else if (ifconfig != out->probes.end()) {
-    out->interface_source = "ifconfig";
-    interfaces_from_ifconfig(ifconfig->second, &out->record.interfaces);
-  } else if (esx != out->probes.end()) {
-    out->interface_source = "esxcli";
-    const auto list = out->probes.find("esxcli network ip interface list");
-    interfaces_from_esxcli(esx->second, list == out->probes.end() ? "" : list->second,
-                           &out->record.interfaces);
-  }
+  interfaces_of_probes(out);
   return true;
 }
 

@@ -12,7 +12,7 @@ import unittest
 import simlib
 
 EXPECTED = os.path.join(os.path.dirname(os.path.abspath(__file__)), "expected")
-HOSTS = ("esxi67", "esx41", "esxi55-dhcp", "bare", "hostile")
+HOSTS = ("esxi67", "esx41", "esxi55-dhcp", "bare", "hostile", "esxi90", "gen-vms")
 # Documents above this size are kept as a digest.
 MAX_TEXT = 200000
 

@@ -87,7 +87,8 @@ TEST_P(InProcessScan, SameDocumentsAsTheEndToEndScan) {
 INSTANTIATE_TEST_SUITE_P(Hosts, InProcessScan,
                          testing::Values(Host{"esxi67", nullptr}, Host{"esx41", nullptr},
                                          Host{"esxi55-dhcp", "QST-10"}, Host{"bare", nullptr},
-                                         Host{"hostile", nullptr}),
+                                         Host{"hostile", nullptr}, Host{"esxi90", nullptr},
+                                         Host{"gen-vms", nullptr}),
                          [](const testing::TestParamInfo<Host>& info) {
                            std::string name = info.param.name;
                            for (char& c : name)
