@@ -29,13 +29,6 @@ SCRIPT = os.path.join(simlib.SOURCE_DIR, "capture", "quillscan-capture")
 BUSYBOX = shutil.which("busybox") or "/bin/busybox"
 APPLETS = ("od", "dd", "md5sum", "find", "tr", "date", "timeout", "stat")
 
-# The attributes whose values depend on when, and how long, the scan ran:
-# the snapshot's "timestamp" and "scan-time", the OS "uptime", the summary's
-# "first-scan", "last-scan" and "snapshot-list", and the debug summary's
-# "scan-attempt". A build takes them from the capture's clocks.
-TIME_DEPENDENT = simlib.TIME_ATTRIBUTES
-
-HOSTS = ("esxi67", "esx41", "esxi55-dhcp", "bare", "hostile", "gen-vms")
 
 sys.path.insert(0, simlib.host_path("hostile"))
 import answers  # noqa: E402  (what the hostile host changes by itself)
@@ -61,41 +54,16 @@ def applet_dir():
     return path
 
 
-def capture(host, applets, workdir=None, changes=False):
+def capture(host, applets, workdir=None, changes=False, prefix=""):
     """Runs the capture script in the host under busybox sh, the script on
-    standard input as over ssh. Returns (result, capture bytes)."""
+    standard input as over ssh, after the shell text `prefix`. Returns
+    (result, capture bytes)."""
     with open(SCRIPT, "rb") as f:
         script = f.read()
-    command = [BUSYBOX, "sh", "-c", "PATH=%s:$PATH; exec %s sh -s" % (applets, BUSYBOX)]
-    argv_binds = [applets]
-    result = run_binary(host, command, script, argv_binds, workdir, changes)
-    return result, result.stdout_bytes
-
-
-def run_binary(host, command, stdin, binds, workdir, changes):
-    """simlib.run_in_host, but keeping standard output as bytes."""
-    if workdir is None:
-        workdir = simlib.workdir()
-    calls_file = os.path.join(simlib.workdir(), "calls.log")
-    changes_file = os.path.join(simlib.workdir(), "changes")
-    argv = [simlib.SIM_RUN, host, "--workdir", workdir, "--calls", calls_file]
-    if changes:
-        argv += ["--changes", changes_file]
-    for b in binds:
-        argv += ["--bind", b]
-    proc = subprocess.run(argv + ["--"] + command, input=stdin, stdout=subprocess.PIPE,
-                          stderr=subprocess.PIPE, timeout=900)
-    if proc.returncode == 125 and b"sim/run:" in proc.stderr:
-        raise simlib.SimError(proc.stderr.decode(errors="replace"))
-    result = simlib.ScanResult(proc.returncode, "", proc.stderr.decode(errors="replace"), [],
-                               workdir, [], None)
-    result.stdout_bytes = proc.stdout
-    with open(calls_file, encoding="ascii") as f:
-        result.calls = f.read().splitlines()
-    if changes:
-        with open(changes_file, "rb") as f:
-            result.changes = f.read().decode(errors="replace").splitlines()
-    return result
+    command = [BUSYBOX, "sh", "-c", "%sPATH=%s:$PATH; exec %s sh -s" % (prefix, applets, BUSYBOX)]
+    result = simlib.run_in_host(host, command, script, workdir, binds=[applets], timeout=900,
+                                changes=changes)
+    return result, result.stdout.encode("utf-8", "surrogateescape")
 
 
 def build(capture_path, out_dir, *options):
@@ -107,13 +75,16 @@ def build(capture_path, out_dir, *options):
 
 def documents(inv_path):
     """Every document record's lines, time-dependent values masked."""
-    header = simlib.header(inv_path)
-    docs = []
-    for i, record in enumerate(header.records):
-        if record.get("type") == "customdata":
-            continue
-        docs.append(simlib.mask(simlib.decode_text(inv_path, i), TIME_DEPENDENT))
-    return docs
+    return [simlib.mask(simlib.decode_text(inv_path, i))
+            for i, r in enumerate(simlib.header(inv_path).records) if r.get("type") != "customdata"]
+
+
+def saved(name, data):
+    """`data` written to a new working directory as `name`; returns its path."""
+    path = os.path.join(simlib.workdir(), name)
+    with open(path, "wb") as f:
+        f.write(data)
+    return path
 
 
 class CaptureMatchesScan(unittest.TestCase):
@@ -133,9 +104,7 @@ class CaptureMatchesScan(unittest.TestCase):
         result, data = capture(host, self.applets, changes=changes)
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertEqual(result.stderr, "")
-        capture_path = os.path.join(simlib.workdir(), host + ".qscap")
-        with open(capture_path, "wb") as f:
-            f.write(data)
+        capture_path = saved(host + ".qscap", data)
 
         out_dir = simlib.workdir()
         for options in ([], ["--debug"]):
@@ -147,9 +116,8 @@ class CaptureMatchesScan(unittest.TestCase):
         self.assertEqual(len(names), 2)
         self.assertEqual(sorted(n for n in os.listdir(out_dir)), names)
         for name in names:
-            agent_file = os.path.join(agent_dir, name)
-            built_file = os.path.join(out_dir, name)
-            self.assertEqual(documents(built_file), documents(agent_file), name)
+            self.assertEqual(documents(os.path.join(out_dir, name)),
+                             documents(os.path.join(agent_dir, name)), name)
         # The debug run is the second file, "(1)"; its raw text is the tools'
         # output and has no time in it.
         debug = [n for n in names if "(1)" in n][0]
@@ -157,25 +125,15 @@ class CaptureMatchesScan(unittest.TestCase):
                          simlib.decode_raw(os.path.join(agent_dir, debug)))
         return result
 
-    def test_esxi67(self):
-        self.compare_host("esxi67")
-
-    def test_esx41(self):
-        self.compare_host("esx41")
-
-    def test_esxi55_dhcp(self):
-        self.compare_host("esxi55-dhcp")
-
-    def test_bare(self):
-        self.compare_host("bare")
+    def test_hosts(self):
+        for host in ("esxi67", "esx41", "esxi55-dhcp", "bare", "gen-vms"):
+            with self.subTest(host=host):
+                self.compare_host(host)
 
     def test_esxi90_current_reading(self):
         # The builder takes the agent's /current, and the capture holds what
         # that reading asks for (version query, SATA/NVMe disks, sizes).
         self.compare_host("esxi90", reading=("/current",))
-
-    def test_gen_vms(self):
-        self.compare_host("gen-vms")
 
     def test_hostile(self):
         result = self.compare_host("hostile", changes=True)
@@ -200,9 +158,7 @@ class RefusedCaptures(unittest.TestCase):
 
     def refuse(self, data, expected):
         """The build fails with one line starting with `expected`."""
-        path = os.path.join(simlib.workdir(), "bad.qscap")
-        with open(path, "wb") as f:
-            f.write(data)
+        path = saved("bad.qscap", data)
         out_dir = simlib.workdir()
         rc, out, err = build(path, out_dir)
         self.assertEqual(rc, 1)
@@ -241,9 +197,7 @@ class RefusedCaptures(unittest.TestCase):
         close = next(i for i in range(at, len(lines)) if lines[i].startswith(b"E "))
         block = b"\n".join(lines[begin:close]) + b"\n"
         lines[close] = b"E " + hashlib.md5(block).hexdigest().encode()
-        path = os.path.join(simlib.workdir(), "hole.qscap")
-        with open(path, "wb") as f:
-            f.write(b"\n".join(lines))
+        path = saved("hole.qscap", b"\n".join(lines))
         out_dir = simlib.workdir()
         rc, out, err = build(path, out_dir)
         self.assertEqual((rc, err.splitlines()), (0, ["quillscan-build: %s: unanswered directory: /bin" % path]))
@@ -277,16 +231,9 @@ class NoexecHost(unittest.TestCase):
         self.assertEqual(blocked.stderr.count("Permission denied"), 2, blocked.stderr)
         self.assertEqual([f for f in blocked.files if f.endswith(".inv")], [])
 
-        applets = applet_dir()
-        with open(SCRIPT, "rb") as f:
-            script = f.read()
-        result = run_binary(host, [BUSYBOX, "sh", "-c", self.NOEXEC +
-                                   "PATH=%s:$PATH; exec %s sh -s" % (applets, BUSYBOX)],
-                            script, [applets], simlib.workdir(), False)
+        result, data = capture(host, applet_dir(), prefix=self.NOEXEC)
         self.assertEqual(result.returncode, 0, result.stderr)
-        path = os.path.join(simlib.workdir(), "noexec.qscap")
-        with open(path, "wb") as f:
-            f.write(result.stdout_bytes)
+        path = saved("noexec.qscap", data)
         out_dir = simlib.workdir()
         rc, _, err = build(path, out_dir, "--strict")
         self.assertEqual((rc, err), (0, ""))

@@ -16,6 +16,7 @@
 
 #include "app/scanner.h"
 #include "host/command.h"
+#include "host/reading.h"
 #include "sim/replay/sim_host.h"
 #include "test_support.h"
 #include "zxml/zXML.h"
@@ -50,10 +51,12 @@ std::string expected_form(const std::string& base, const std::string& text) {
   return digest.substr(0, digest.find(' ')) + "\n";
 }
 
-// One host scanned in-process, in time zone `tz` (null: the machine's).
+// One host scanned in-process, in time zone `tz` (null: the machine's),
+// with the reading of current releases when `current`.
 struct Host {
   const char* name;
   const char* tz;
+  bool current = false;
 };
 
 class InProcessScan : public testing::TestWithParam<Host> {};
@@ -67,13 +70,15 @@ TEST_P(InProcessScan, SameDocumentsAsTheEndToEndScan) {
   SimHost sim(host.name);
   ReplayHost replay = replay_of(sim);
   CScaner scanner(replay);
+  if (host.current) scanner.context().reading = current_reading();
   testing::internal::CaptureStdout();  // the machine collector's progress lines
   const ScanDocuments docs = scan_documents(&scanner, true, nullptr, "", false);
   testing::internal::GetCapturedStdout();
   old_tz != nullptr ? setenv("TZ", saved.c_str(), 1) : unsetenv("TZ");
   tzset();
 
-  const std::string dir = std::string(QS_SOURCE_DIR) + "/tests/e2e/expected/" + host.name + "/";
+  const std::string dir = std::string(QS_SOURCE_DIR) + "/tests/e2e/expected/" + host.name +
+                          (host.current ? "-current/" : "/");
   for (const auto& [doc, name] :
        {std::pair{docs.snapshot, "whole-Snapshot"}, std::pair{docs.asset, "whole-AssetInfo"}}) {
     const std::string base = dir + name;
@@ -88,9 +93,10 @@ INSTANTIATE_TEST_SUITE_P(Hosts, InProcessScan,
                          testing::Values(Host{"esxi67", nullptr}, Host{"esx41", nullptr},
                                          Host{"esxi55-dhcp", "QST-10"}, Host{"bare", nullptr},
                                          Host{"hostile", nullptr}, Host{"esxi90", nullptr},
-                                         Host{"gen-vms", nullptr}),
+                                         Host{"esxi90", nullptr, true}, Host{"gen-vms", nullptr}),
                          [](const testing::TestParamInfo<Host>& info) {
                            std::string name = info.param.name;
+                           if (info.param.current) name += "_current";
                            for (char& c : name)
                              c = isalnum(static_cast<unsigned char>(c)) ? c : '_';
                            return name;
