@@ -1,5 +1,7 @@
 // The SMBIOS dump (records, field rules, dates, chassis codes, memory
-// lists) and the PCI and USB listings.
+// lists) and the PCI and USB listings: the quirks the simulated hosts'
+// whole-document scans do not show (the simple memory list, the common
+// chassis types, USB speeds and serials are there).
 #include <gtest/gtest.h>
 
 #include "collectors/hardware/memory.h"
@@ -48,7 +50,6 @@ TEST(HwSmbios, SizesAndDates) {
 
 TEST(HwSmbios, ChassisCodesAndEmptyFields) {
   const std::pair<const char*, const char*> cases[] = {
-      {"Type: 0x17 (Rack Mount Chassis)", "case-type=23\n"},
       {"Type: 0x18 (Sealed-Case PC)", "case-type=25\n"},  // the later duplicate
       {"Type: 0x03 ( Desktop )", "case-type=3\n"},
       {"Type: 0x11 (Main Server Chassis)", "case-type=1\n"},  // unknown name
@@ -68,17 +69,6 @@ TEST(HwSmbios, ChassisCodesAndEmptyFields) {
             "+System=\n*BIOS-Info=\nmanuf=\nsmbios-version=\nrelease-date=\n"
             "*Computer-system=\nuuid=\nserial=\n*Chassis=\n"
             "*Motherboard=\nmanuf=\nproduct-name=\nversion=\nserial=\n-\n");
-}
-
-TEST(HwMemory, SimpleListReadsTheLastSlotAsABareNumber) {
-  const std::string dump =
-      "Memory Device: #10\n  Size: 2048 MB\nMemory Device: #11\n  Size: No Module Installed\n"
-      "Memory Device: #12\n  Size: 2 GB\nMemory Array Mapping: #13\n  Size: 9 GB\n";
-  EXPECT_EQ(system_branch(dump),
-            "+System=\n+Mem-slots=\n"
-            "mem-slot:1=\n~complex=\nmem-slot:2=\n~complex=\nmem-slot:3=\n~complex=\n"
-            "*mem-slot:1=\nused=1\ncapacity=2048\n*mem-slot:2=\nused=0\ncapacity=0\n"
-            "*mem-slot:3=\nused=1\ncapacity=2\n-\n-\n");
 }
 
 TEST(HwMemory, DetailedListNumbersOnlyDevicesWithASize) {
@@ -113,12 +103,10 @@ TEST(HwUsb, PairsSpeedsAndSerials) {
             (std::vector<std::pair<std::string, std::string>>{{"001", "001:"}}));
   const std::pair<const char*, const char*> cases[] = {
       {"  bcdUSB               1.00\n", "device-speed=12\nmanuf=M\nserial=\n"},
-      {"  bcdUSB               3.00\n", "device-speed=5000\nmanuf=M\nserial=\n"},
       {"  bcdUSB               2.00 \n", "manuf=M\nserial=\n"},
       {"", "device-speed=\nmanuf=M\nserial=\n"},
       // iSerial with the index only (no blank after it here) is empty.
-      {"  iSerial                 0\n", "device-speed=\nmanuf=M\nserial=\n"},
-      {"  iSerial      3 AB 12\n", "device-speed=\nmanuf=M\nserial=AB 12\n"}};
+      {"  iSerial                 0\n", "device-speed=\nmanuf=M\nserial=\n"}};
   for (const auto& c : cases) {
     // An empty verbose output writes nothing but uses up its number.
     const std::string verbose =
