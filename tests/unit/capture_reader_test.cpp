@@ -6,8 +6,7 @@
 #include <gtest/gtest.h>
 #include <md5.h>
 
-#include <fstream>
-#include <sstream>
+#include "test_support.h"
 
 namespace {
 
@@ -59,25 +58,13 @@ class CaptureWriter {
   std::string stream_;
 };
 
-std::string sample(const char* name) {
-  std::ifstream in(std::string(QS_SOURCE_DIR) + "/tests/fixtures/esxi-samples/" + name,
-                   std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-std::string mac_text(const HostRecord::Interface& i) {
-  char text[18];
-  snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", i.mac[0], i.mac[1], i.mac[2],
-           i.mac[3], i.mac[4], i.mac[5]);
-  return text;
-}
-
 std::string interface_text(const std::vector<HostRecord::Interface>& list) {
   std::string text;
-  for (const auto& i : list)
-    text += i.name + " " + i.ip + " " + i.netmask + " " + mac_text(i) + "\n";
+  for (const auto& i : list) {
+    text += i.name + " " + i.ip + " " + i.netmask +
+            format_string(" %02x:%02x:%02x:%02x:%02x:%02x\n", i.mac[0], i.mac[1], i.mac[2],
+                          i.mac[3], i.mac[4], i.mac[5]);
+  }
   return text;
 }
 
@@ -120,26 +107,25 @@ TEST(CaptureReader, ReadsEveryKindOfRecordByteExact) {
   EXPECT_EQ(r.files.at("/etc/passwd"), "root:x:0:0::/:/bin/sh\n");
   EXPECT_EQ(r.files.at("/vmfs/volumes/ds/vm/vm.vmdk"), std::string(8192, '\0'));
 
-  const HostRecord::PathInfo passwd = r.paths.at("/etc/passwd");
-  EXPECT_TRUE(passwd.exists && passwd.openable && passwd.is_regular && !passwd.is_dir);
-  EXPECT_EQ(passwd.size, 20u);
-  EXPECT_EQ(passwd.allocated, 4096u);
+  const HostRecord::PathInfo p = r.paths.at("/etc/passwd");
+  EXPECT_EQ(format_string("%d%d%d%d %llu %llu", p.exists, p.openable, p.is_regular, p.is_dir,
+                          static_cast<unsigned long long>(p.size),
+                          static_cast<unsigned long long>(p.allocated)),
+            "1110 20 4096");
   EXPECT_FALSE(r.paths.at("/etc/fstab").exists);
-
   // find's entries keep the order the directory was read in.
-  ASSERT_EQ(r.dirs.at("/bin").size(), 2u);
-  EXPECT_EQ(r.dirs.at("/bin")[0].name, "ps.old");
-  EXPECT_EQ(r.dirs.at("/bin")[1].name, "ps");
-  ASSERT_EQ(r.dirs.at("/sbin").size(), 3u);
-  EXPECT_EQ(r.dirs.at("/sbin")[2].name, "esxcfg-nics");
-
-  ASSERT_EQ(r.clocks.size(), 2u);
-  EXPECT_EQ(r.clocks[0].wall, 1795400000);
-  EXPECT_EQ(r.clocks[0].utc_offset, 5400);
-  EXPECT_EQ(r.clocks[0].monotonic_sec, 847);
-  EXPECT_EQ(r.clocks[0].monotonic_nsec, 560000000);
-  EXPECT_EQ(r.clocks[1].monotonic_sec, 854);
-  EXPECT_EQ(r.clocks[1].monotonic_nsec, 560000000);
+  std::string names;
+  for (const char* dir : {"/bin", "/sbin"}) {
+    for (const auto& entry : r.dirs.at(dir)) names += entry.name + " ";
+  }
+  EXPECT_EQ(names, "ps.old ps . .. esxcfg-nics ");
+  std::string clocks;
+  for (const auto& c : r.clocks) {
+    clocks += format_string("%lld %d %lld.%lld ", static_cast<long long>(c.wall), c.utc_offset,
+                            static_cast<long long>(c.monotonic_sec),
+                            static_cast<long long>(c.monotonic_nsec));
+  }
+  EXPECT_EQ(clocks, "1795400000 5400 847.560000000 1795400007 5400 854.560000000 ");
 }
 
 // Any cut and any changed byte is refused, with one line and no partial
@@ -168,82 +154,77 @@ TEST(CaptureReader, RefusesEveryTruncationAndEveryAlteredByte) {
 }
 
 TEST(CaptureReader, NamesWhatIsWrong) {
-  Capture capture;
-  std::string error;
-  EXPECT_FALSE(read_capture("", &capture, &error));
-  EXPECT_EQ(error, "empty file, not a capture");
-  EXPECT_FALSE(read_capture("\x1f\x8b binary\n", &capture, &error));
-  EXPECT_EQ(error, "not a capture (no QSCAP line)");
-  EXPECT_FALSE(read_capture("QSCAP 2 md5\nZ 0\n", &capture, &error));
-  EXPECT_EQ(error, "unsupported capture version or checksum (this reader reads \"QSCAP 1 md5\")");
-
-  std::string text = small_capture().text();
-  const size_t cut = text.find("R 5 ");
-  EXPECT_FALSE(read_capture(text.substr(0, cut), &capture, &error));
-  EXPECT_EQ(error, "capture is truncated in record 4");
-  // Records whose block is not closed by its checksum line.
+  const std::string text = small_capture().text();
   const size_t close = text.rfind("E ");
-  EXPECT_FALSE(read_capture(text.substr(0, close) + "Z 7\n", &capture, &error));
-  EXPECT_EQ(error, "capture is damaged: records 7 to 7 have no checksum");
   std::string wrong_sum = text;
   wrong_sum[close + 2] = wrong_sum[close + 2] == '0' ? '1' : '0';
-  EXPECT_FALSE(read_capture(wrong_sum, &capture, &error));
-  EXPECT_EQ(error, "capture is damaged: the block ending with record 7 fails its checksum");
-
-  CaptureWriter unknown;
+  CaptureWriter unknown, bad_stat;
   unknown.add("X", "", "key", "answer");
-  EXPECT_FALSE(read_capture(unknown.text(), &capture, &error));
-  EXPECT_EQ(error, "capture is damaged: record 1: unknown record kind 'X'");
-
-  CaptureWriter bad_stat;
   bad_stat.add("S", "1 1 0 1 -5 0", "/etc/passwd", "");
-  EXPECT_FALSE(read_capture(bad_stat.text(), &capture, &error));
-  EXPECT_EQ(error, "capture is damaged: record 1: bad path attributes");
+  const std::pair<std::string, std::string> cases[] = {
+      {"", "empty file, not a capture"},
+      {"\x1f\x8b binary\n", "not a capture (no QSCAP line)"},
+      {"QSCAP 2 md5\nZ 0\n",
+       "unsupported capture version or checksum (this "
+       "reader reads \"QSCAP 1 md5\")"},
+      {text.substr(0, text.find("R 5 ")), "capture is truncated in record 4"},
+      // Records whose block is not closed by its checksum line.
+      {text.substr(0, close) + "Z 7\n", "capture is damaged: records 7 to 7 have no checksum"},
+      {wrong_sum, "capture is damaged: the block ending with record 7 fails its checksum"},
+      {unknown.text(), "capture is damaged: record 1: unknown record kind 'X'"},
+      {bad_stat.text(), "capture is damaged: record 1: bad path attributes"},
+  };
+  for (const auto& c : cases) {
+    Capture capture;
+    std::string error;
+    EXPECT_FALSE(read_capture(c.first, &capture, &error));
+    EXPECT_EQ(error, c.second);
+  }
 }
 
-TEST(CaptureInterfaces, FromIpWithLoopbackAndAliasLabels) {
+// The interface lists derived from ip (loopback, alias labels, hostile
+// names), old and new ifconfig, and esxcli's tables.
+TEST(CaptureInterfaces, FromIpIfconfigAndEsxcli) {
   const std::string ip =
-      "1: lo0    inet 127.0.0.1/8 scope host lo0\\       valid_lft forever preferred_lft forever\n"
-      "2: vmk0    inet 10.130.2.121/24 brd 10.130.2.255 scope global vmk0\\       valid_lft "
+      "1: lo0    inet 127.0.0.1/8 scope host lo0\\       "
+      "valid_lft forever preferred_lft forever\n"
+      "2: vmk0    inet 10.130.2.121/24 brd 10.130.2.255 "
+      "scope global vmk0\\       valid_lft "
       "forever preferred_lft forever\n"
-      "2: vmk0    inet 10.130.9.1/16 scope global secondary vmk0:1\\       valid_lft forever\n"
-      "3: x|pwned&&y>f@if4    inet 10.66.6.10/30 scope global x|pwned&&y>f\\       valid_lft\n";
+      "2: vmk0    inet 10.130.9.1/16 scope global secondary "
+      "vmk0:1\\       valid_lft forever\n"
+      "3: x|pwned&&y>f@if4    inet 10.66.6.10/30 scope "
+      "global x|pwned&&y>f\\       valid_lft\n";
   const std::map<std::string, std::string> probes = {{"mac lo0", "00:00:00:00:00:00\n"},
                                                      {"mac vmk0", "00:13:32:08:f7:d4\n"},
                                                      {"mac x|pwned&&y>f", "00:50:56:66:00:06\n"}};
-  std::vector<HostRecord::Interface> list;
-  interfaces_from_ip(ip, probes, &list);
-  EXPECT_EQ(interface_text(list),
+  std::vector<HostRecord::Interface> from_ip, from_ifconfig, from_esxcli;
+  interfaces_from_ip(ip, probes, &from_ip);
+  EXPECT_EQ(interface_text(from_ip),
             "lo0 127.0.0.1 255.0.0.0 00:00:00:00:00:00\n"
             "vmk0 10.130.2.121 255.255.255.0 00:13:32:08:f7:d4\n"
             "vmk0:1 10.130.9.1 255.255.0.0 00:13:32:08:f7:d4\n"
             "x|pwned&&y>f 10.66.6.10 255.255.255.252 00:50:56:66:00:06\n");
-}
-
-TEST(CaptureInterfaces, FromIfconfigOldAndNewFormats) {
-  std::vector<HostRecord::Interface> list;
   interfaces_from_ifconfig(
       "lo        Link encap:Local Loopback  \n"
       "          inet addr:127.0.0.1  Mask:255.0.0.0\n\n"
       "vswif0    Link encap:Ethernet  HWaddr 00:50:56:4A:2B:10  \n"
-      "          inet addr:192.168.50.41  Bcast:192.168.50.255  Mask:255.255.255.0\n\n"
+      "          inet addr:192.168.50.41  Bcast:192.168.50.255  "
+      "Mask:255.255.255.0\n\n"
       "vmnic0    Link encap:Ethernet  HWaddr 00:50:56:4A:2B:11  \n\n"
       "eth0: flags=4163<UP,BROADCAST,RUNNING,MULTICAST>  mtu 1500\n"
-      "        inet 192.168.122.50  netmask 255.255.255.0  broadcast 192.168.122.255\n"
+      "        inet 192.168.122.50  netmask 255.255.255.0  broadcast "
+      "192.168.122.255\n"
       "        ether 52:54:00:12:34:56  txqueuelen 1000  (Ethernet)\n",
-      &list);
+      &from_ifconfig);
   // An interface without an IPv4 address is not in the kernel's list.
-  EXPECT_EQ(interface_text(list),
+  EXPECT_EQ(interface_text(from_ifconfig),
             "lo 127.0.0.1 255.0.0.0 00:00:00:00:00:00\n"
             "vswif0 192.168.50.41 255.255.255.0 00:50:56:4a:2b:10\n"
             "eth0 192.168.122.50 255.255.255.0 52:54:00:12:34:56\n");
-}
-
-TEST(CaptureInterfaces, FromEsxcliTables) {
-  std::vector<HostRecord::Interface> list;
-  interfaces_from_esxcli(sample("esxcli_network_ip_interface_ipv4_get.esxi90.txt"),
+  interfaces_from_esxcli(test_support::fixture("esxcli_network_ip_interface_ipv4_get.esxi90.txt"),
                          "vmk0\n   Name: vmk0\n   MAC Address: 88:e9:a4:6b:b8:54\n"
                          "   Portgroup: Management Network\n",
-                         &list);
-  EXPECT_EQ(interface_text(list), "vmk0 172.30.30.176 255.255.255.0 88:e9:a4:6b:b8:54\n");
+                         &from_esxcli);
+  EXPECT_EQ(interface_text(from_esxcli), "vmk0 172.30.30.176 255.255.255.0 88:e9:a4:6b:b8:54\n");
 }

@@ -15,9 +15,8 @@
 namespace {
 
 std::string capture(const std::string& name) {
-  if (name.empty()) return std::string();
-  const std::string text = test_support::slurp(std::string(QS_FIXTURES) + "/esxi-samples/" + name);
-  EXPECT_FALSE(text.empty()) << name;
+  const std::string text = name.empty() ? "" : test_support::fixture(name);
+  EXPECT_EQ(text.empty(), name.empty()) << name;
   return text;
 }
 

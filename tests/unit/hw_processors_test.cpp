@@ -10,7 +10,6 @@
 #include "collectors/hardware/ports_dictionary.h"
 #include "collectors/hardware/processors.h"
 #include "test_support.h"
-#include "zxml/zXML.h"
 
 namespace {
 
@@ -18,9 +17,9 @@ const PortsDictionary d;
 
 std::string processors_text(const std::string& dump, long long packages, long long cores,
                             long long threads) {
-  zXML doc(true, "Snapshot");
-  record_processors(dump, CpuCounts{packages, cores, threads}, doc.top(), d);
-  return test_support::tree_text(doc.top()->find_child("Processors"));
+  return test_support::branch_text("Processors", [&](ztag* top) {
+    record_processors(dump, CpuCounts{packages, cores, threads}, top, d);
+  });
 }
 
 // A processor block without caches.

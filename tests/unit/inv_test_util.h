@@ -31,14 +31,7 @@ struct ScratchDir {
 inline constexpr auto& read_all = test_support::slurp;
 inline constexpr auto& write_all = test_support::write_file;
 
-// The text form of a node; the measured length must be what is written (the
-// buffer has room to spare so that a short measure fails the check cleanly).
-inline std::string text_of(const ztag& node, bool header_only = false) {
-  const size_t n = node.text_length(header_only);
-  std::unique_ptr<char[]> buf(new char[n + 4096]);
-  EXPECT_EQ(node.write_text(buf.get(), 0, false, header_only), n);
-  return std::string(buf.get(), n);
-}
+using test_support::text_of;
 
 // A document body as the container stores it.
 inline std::string body(const zXML& doc, bool compressed) {

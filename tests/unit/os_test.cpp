@@ -8,9 +8,7 @@
 
 namespace {
 
-std::string fixture(const std::string& name) {
-  return test_support::slurp(std::string(QS_FIXTURES) + "/esxi-samples/" + name);
-}
+using test_support::fixture;
 
 TEST(OsParse, VersionAndTextsPerMajorVersion) {
   const std::string esxcli67 = fixture("esxcli_system_version_get.esxi67.txt");

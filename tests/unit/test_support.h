@@ -1,5 +1,5 @@
 // The unit tests' shared helpers: a temporary directory, fake host tools,
-// and the text form of tree nodes.
+// fixtures and the text form of tree nodes.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,9 +8,10 @@
 
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string>
 
-#include "zxml/tag.h"
+#include "zxml/zXML.h"
 
 namespace test_support {
 
@@ -47,15 +48,32 @@ struct ScopedPath {
   ~ScopedPath() { setenv("PATH", old.c_str(), 1); }
 };
 
-// The text form of one node (with its children, closed).
-inline std::string text_of(const ztag* node) {
-  std::unique_ptr<char[]> buffer(new char[node->text_length(false) + 1]);
-  return std::string(buffer.get(), node->write_text(buffer.get(), 0, false, false));
+// The text form of a node; the measured length must be what is written (the
+// buffer has room to spare so that a short measure fails the check cleanly).
+inline std::string text_of(const ztag& node, bool header_only = false) {
+  const size_t n = node.text_length(header_only);
+  std::unique_ptr<char[]> buf(new char[n + 4096]);
+  EXPECT_EQ(node.write_text(buf.get(), 0, false, header_only), n);
+  return std::string(buf.get(), n);
 }
 
 // The same for a node that may be missing ("" then).
 inline std::string tree_text(const ztag* node) {
-  return node == nullptr ? std::string() : text_of(node);
+  return node == nullptr ? std::string() : text_of(*node);
+}
+
+// The text of branch `name` ("" if missing) after fill has written into
+// the top of a fresh snapshot.
+template <typename Fill>
+std::string branch_text(const char* name, const Fill& fill) {
+  zXML doc(true, "Snapshot");
+  fill(doc.top());
+  return tree_text(doc.top()->find_child(name));
+}
+
+// A real tool output from tests/fixtures/esxi-samples.
+inline std::string fixture(const std::string& name) {
+  return slurp(std::string(QS_FIXTURES) + "/esxi-samples/" + name);
 }
 
 }  // namespace test_support
