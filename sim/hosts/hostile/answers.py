@@ -131,8 +131,8 @@ def esxcli_system_version_get():
 
 
 def uname_n():
-    # The host name decides the file name: "/" and control bytes must not
-    # lead the file elsewhere, metacharacters must not run anything.
+    # The host name decides the file name: it ends at the NUL (a "/" after
+    # it would lead the file elsewhere), metacharacters must not run anything.
     return b"h\x00st/$(pwned)`pwned`;ile\r\n.lab.local\n"
 
 
