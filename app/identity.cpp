@@ -27,13 +27,20 @@ std::string choose_mac(const std::vector<AdapterAddress>& addresses, const std::
 }
 
 std::string inventory_file_name(const std::string& short_name, const std::string& mac, int copy) {
+  // The name is formatted as a C string, so it ends at a NUL byte the host
+  // printed, and a NUL never reaches the file system.
+  const std::string printed = short_name.substr(0, short_name.find('\0'));
   std::string host;
-  for (char c : short_name) {
+  for (char c : printed) {
     if (c == '-') {
       host += '_';
     } else if (c >= 'a' && c <= 'z') {
       host += static_cast<char>(c - 'a' + 'A');
     } else {
+      // Compat: every other byte is kept as the host printed it, control
+      // bytes included (a CR LF line end leaves a CR in the name), except
+      // "/" below (pinned by AppIdentity.FileNames and the end-to-end
+      // UnguardedInputTest.test_zero_cores_per_socket_and_raw_host_name).
       host += c;
     }
   }
@@ -44,15 +51,11 @@ std::string inventory_file_name(const std::string& short_name, const std::string
   std::string name = host + "_" + bare_mac;
   if (copy > 0) name += format_string("(%d)", copy);
   name += ".inv";
-  // The host name is whatever the host's uname printed. "/" would lead into
-  // another directory and NUL cannot be in a name at all; control bytes
-  // (newlines included) would break the one-line result report that the
-  // program that started the agent reads. All of them become "_". With no
-  // "/" left, the name is one entry of the current directory ("." and ".."
-  // cannot occur: the name always ends in ".inv").
+  // "/" is the one byte that would make the name a path into another
+  // directory; as "_" the name stays one entry of the working directory
+  // ("." and ".." cannot occur: the name always ends in ".inv").
   for (char& c : name) {
-    const unsigned char byte = static_cast<unsigned char>(c);
-    if (c == '/' || byte < 0x20 || byte == 0x7f) c = '_';
+    if (c == '/') c = '_';
   }
   return name;
 }

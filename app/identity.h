@@ -20,8 +20,9 @@ std::string choose_mac(const std::vector<AdapterAddress>& addresses, const std::
 
 // "<HOST>_<MAC>.inv" with "-" removed from the MAC and the host name
 // upper-cased with "-" turned into "_"; `copy` > 0 gives
-// "<HOST>_<MAC>(<copy>).inv". Bytes that cannot stand in a single file
-// name are replaced, so the name never leads out of the directory.
+// "<HOST>_<MAC>(<copy>).inv". The host name ends at a NUL byte and "/"
+// becomes "_", so the name never leads out of the directory; every other
+// byte is kept.
 std::string inventory_file_name(const std::string& short_name, const std::string& mac, int copy);
 
 // Writes the container's image to the first inventory file name not taken

@@ -34,7 +34,8 @@ struct ReadingSwitches {
   // Malformed input (a missing processor record, a listing line shorter than
   // its columns, a firewall or package line without text after its name, a
   // cpuid.coresPerSocket of 0) is skipped or read safely, with a warning
-  // attribute, instead of ending the scan.
+  // attribute, instead of ending the scan; an empty ipkg package name is
+  // not asked for.
   bool skip_malformed = false;
 };
 

@@ -22,13 +22,15 @@ void record_firewall(const std::string& output, ztag* top) {
   int number = 0;
   for (const std::string& line : text::lines_after(
            output, text::kTwoDashes, text::NoMarker::kFromTop, text::LastLine::kIgnored)) {
-    size_t blank = line.find(' ');
+    const size_t blank = line.find(' ');
     const std::string name = line.substr(0, blank);
-    // A line without a blank has no enabled text: the substring past its
-    // end throws out_of_range, which ends the scan. A name followed by
-    // blanks only has an empty enabled text.
-    size_t value = blank == npos ? npos : line.find_first_not_of(' ', blank);
-    if (blank != npos && value == npos) value = line.size();
+    // Compat: the enabled text starts at the first non-blank after the
+    // name, unchecked: a line without a blank, or with only blanks after
+    // the name, has none, and the substring from npos throws out_of_range,
+    // which ends the scan (pinned by
+    // NetDnsAndFirewall.LinesWithoutEnabledTextEndTheScan and the end-to-end
+    // OutOfRangeTest, "firewall blanks").
+    const size_t value = line.find_first_not_of(' ', blank);
     const std::string enabled = line.substr(value);
     firewall->child(format_string("rule:%d", number), zvalue(name))
         ->set_attr("enabled", zvalue(enabled == "true" ? "1" : "0"));

@@ -43,8 +43,8 @@ std::string mac_colon(const unsigned char b[6]) {
   return format_string("%02x:%02x:%02x:%02x:%02x:%02x", b[0], b[1], b[2], b[3], b[4], b[5]);
 }
 
-std::string nic_description(const std::string& listing, int esx_major,
-                            const std::string& colon_mac) {
+std::string nic_description(const std::string& listing, int esx_major, const std::string& colon_mac,
+                            bool skip_short_lines) {
   const char* marker;
   if (esx_major == 5 || esx_major == 6) {
     marker = text::kThreeDashes;  // the dashes under esxcli's header
@@ -57,31 +57,31 @@ std::string nic_description(const std::string& listing, int esx_major,
   for (const std::string& line :
        text::lines_after(listing, marker, text::NoMarker::kNoLines, text::LastLine::kIgnored)) {
     // Columns are separated by runs of blanks; column 1 starts at offset 0
-    // even when the line starts with a blank.
-    size_t column_start = 0;
-    size_t column_end = line.find(' ');
-    bool has_seven = true;
+    // even when the line starts with a blank. Each further column starts at
+    // the first non-blank after the previous one's end: npos once the line
+    // has ended, and it stays npos.
+    size_t start = 0;
+    size_t end = line.find(' ');
     for (int column = 2; column <= 7; ++column) {
-      if (column_end == npos) {
-        has_seven = false;
-        break;
-      }
-      column_start = line.find_first_not_of(' ', column_end);
-      if (column_start == npos) {
-        has_seven = false;
-        break;
-      }
-      column_end = line.find(' ', column_start);
+      start = line.find_first_not_of(' ', end);
+      end = line.find(' ', start);
     }
-    if (!has_seven) continue;
-    size_t length = column_end == npos ? npos : column_end - column_start;
-    if (line.compare(column_start, length, colon_mac) != 0) continue;
+    if (start == npos && skip_short_lines) continue;
+    // Compat: a line with fewer than seven columns (an empty one included)
+    // is not skipped: cutting column 7 from npos throws out_of_range, which
+    // ends the scan (pinned by NetNicDescription.ShortLinesEndTheScan and
+    // the end-to-end OutOfRangeTest, "NIC listing line").
+    const std::string mac_column = line.substr(start, end == npos ? npos : end - start);
+    if (mac_column != colon_mac) continue;
 
     // The rest of the line starts with column 8, the MTU; it stays at the
-    // front of the description. A line that ends with the MAC column gives
-    // an empty description.
-    size_t rest = column_end == npos ? npos : line.find_first_not_of(' ', column_end);
-    return rest == npos ? "" : line.substr(rest);
+    // front of the description.
+    const size_t rest = line.find_first_not_of(' ', end);
+    if (rest == npos && skip_short_lines) return "";
+    // Compat: nothing but blanks after the matching MAC column leaves no
+    // description to cut, and substr throws as above (pinned by
+    // NetNicDescription.ShortLinesEndTheScan).
+    return line.substr(rest);
   }
   return "";
 }
@@ -235,9 +235,10 @@ void collect_adapter(ScanContext& ctx, const HostRecord::Interface& iface, zXML*
   } else if (esx_major == 4) {
     listing = run_command(ctx.host, "esxcfg-nics -l");
   }
-  adapter.description = ctx.reading.nic_columns_by_header
-                            ? nic_description_by_header(listing, mac_colon(iface.mac))
-                            : nic_description(listing, esx_major, mac_colon(iface.mac));
+  adapter.description =
+      ctx.reading.nic_columns_by_header
+          ? nic_description_by_header(listing, mac_colon(iface.mac))
+          : nic_description(listing, esx_major, mac_colon(iface.mac), ctx.reading.skip_malformed);
 
   if (adapter.name == kLoopbackName) {
     adapter.type = kLoopbackText;

@@ -23,9 +23,13 @@ std::string mac_colon(const unsigned char bytes[6]);
 // listing: the rest of that line from column 8 (the MTU) on. The esxcli
 // table (majors 5 and 6) starts after its dashed header line; the
 // esxcfg-nics table (major 4) at offset 0, so its header line is skipped.
-// "" for other majors or when no line matches.
-std::string nic_description(const std::string& listing, int esx_major,
-                            const std::string& colon_mac);
+// "" for other majors or when no line matches. A line read before the match
+// that has fewer than seven columns, or a matching line with nothing after
+// the MAC, makes std::string::substr throw std::out_of_range, unless
+// skip_short_lines is set: then such a line is passed over, and a match
+// without a description gives "".
+std::string nic_description(const std::string& listing, int esx_major, const std::string& colon_mac,
+                            bool skip_short_lines = false);
 
 // Gateway from the filtered route listing: the text after the first
 // " 0.0.0.0 " up to the end of its line. Sets *found to whether there is one.

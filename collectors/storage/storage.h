@@ -124,8 +124,9 @@ std::string mac_text(const std::string& mac);
 std::string notes_text(const std::string& annotation);
 
 // Machines per socket: total / per_socket. A per_socket of 0 (an invalid
-// setting) counts the machine as one core per socket, giving total; the
-// single overflowing case (most negative / -1) wraps to the most negative.
+// setting) ends the process with an arithmetic fault (SIGFPE), as the
+// division would; the single overflowing case (most negative / -1) wraps
+// to the most negative.
 int64_t cpu_count(int64_t total_cores, int64_t cores_per_socket);
 
 // vm-state from "vim-cmd vmsvc/power.getstate" output: 1 on, 0 off (any
@@ -139,6 +140,8 @@ struct VmListing {
   std::string datastore;  // text between "[" and "]"
   std::string relative;   // from the first non-blank after "]" through ".vmx"
 };
+// Without "]" the path starts at the line's first non-blank; with only
+// blanks after "]" std::string::substr throws std::out_of_range.
 VmListing parse_vm_line(const std::string& line);
 
 // preallocated / single-file from a createType value (any case); -1 where no

@@ -57,7 +57,8 @@ uint64_t allocated_bytes(HostAccess& host, const std::string& path);
 bool extent_columns_safe(const std::string& line, ExtentColumns* out);
 
 // Whether a machine line of the getallvms listing has its path: a "]" with
-// text after it. The default reading ends the scan on such a line.
+// text after it. The default reading ends the scan on a line with nothing
+// after its "]", and cuts the path of a line without "]" from its start.
 bool vm_line_has_path(const std::string& line);
 
 // cpuid.coresPerSocket read safely: absent gives 1, and so does a value

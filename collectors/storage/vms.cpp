@@ -3,7 +3,9 @@
 // adapters, CD-ROM drives), the space its directory takes and its power
 // state. The disks are read in vmdk.cpp.
 #include <cctype>
+#include <csignal>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <unordered_set>
 
@@ -16,6 +18,24 @@
 #include "host/text.h"
 #include "zxml/tag.h"
 #include "zxml/zXML.h"
+
+namespace {
+
+// Ends the process with the arithmetic fault an integer division by zero
+// raises, on purpose instead of by dividing. The default action is restored
+// and the signal unblocked first, so that the process ends by the signal
+// whatever an embedding runtime installed.
+[[noreturn]] void end_with_arithmetic_fault() {
+  std::signal(SIGFPE, SIG_DFL);
+  sigset_t fpe;
+  sigemptyset(&fpe);
+  sigaddset(&fpe, SIGFPE);
+  sigprocmask(SIG_UNBLOCK, &fpe, nullptr);
+  std::raise(SIGFPE);
+  std::abort();  // not reached: the signal ends the process
+}
+
+}  // namespace
 
 namespace storage {
 
@@ -57,7 +77,12 @@ std::string controller_present(const std::string& vmx, const char* prefix, int n
 }
 
 int64_t cpu_count(int64_t total_cores, int64_t cores_per_socket) {
-  if (cores_per_socket == 0) return total_cores;
+  // Compat: the count is not guarded against a cores-per-socket of 0 ("0",
+  // or text that reads as 0): the division faults and ends the process
+  // before any file is written (pinned by
+  // StorageVmConfig.CoresPerSocketOfZeroFaults and the end-to-end
+  // UnguardedInputTest.test_zero_cores_per_socket_and_raw_host_name).
+  if (cores_per_socket == 0) end_with_arithmetic_fault();
   if (cores_per_socket == -1)
     return static_cast<int64_t>(0ULL - static_cast<uint64_t>(total_cores));
   return total_cores / cores_per_socket;
@@ -81,11 +106,15 @@ VmListing parse_vm_line(const std::string& line) {
   }
   vm.kind = VmListing::kMachine;
   vm.datastore = text_between(line, "[", "]");
-  // The path starts at the first non-blank after "]"; with no "]", or nothing
-  // after it, the start is npos and substr throws, which ends the scan.
+  // Compat: the path starts at the first non-blank after "]", and the
+  // search is not checked: with no "]" the position after the not-found
+  // result wraps to 0, so the path starts at the line's first non-blank
+  // (pinned by StorageListing.MachineLines and the end-to-end
+  // UnguardedInputTest.test_machine_line_without_bracket_is_read_from_its_start).
+  // With nothing but blanks after "]" the start is npos and substr throws,
+  // which ends the scan.
   const size_t bracket = line.find(']');
-  const size_t start =
-      bracket == std::string::npos ? std::string::npos : line.find_first_not_of(' ', bracket + 1);
+  const size_t start = line.find_first_not_of(' ', bracket + 1);
   const size_t vmx = line.find(".vmx");
   // Without ".vmx" (or with it before the path) the path runs to the end of
   // the line: the unsigned length wraps past the end and substr clamps it.
@@ -374,6 +403,9 @@ void storage::process_vm(ScanContext& ctx, const std::string& vmx_path, ztag* ma
   files.datastore_free = datastore_free;
   const size_t slash = vmx_path.rfind('/');
   directory_totals(ctx.host, vmx_path.substr(0, slash), files.all_bytes, files.disk_bytes);
+  // The processors are counted at this point of the reading, before the
+  // disks: a cores-per-socket of 0 faults here, with "~2." not printed.
+  cpu_count(config.total_cores, config.cores_per_cpu);
   const std::string vmx_dir = vmx_path.substr(0, slash == std::string::npos ? 0 : slash + 1);
   // The configuration lists SCSI disks first, then IDE ones (then SATA and
   // NVMe ones when those are read).

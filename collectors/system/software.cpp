@@ -81,7 +81,7 @@ void record_vib_list(ztag* top, const std::string& listing) {
   }
 }
 
-std::vector<std::string> ipkg_package_names(const std::string& list_text) {
+std::vector<std::string> ipkg_package_names(const std::string& list_text, bool skip_empty_names) {
   std::vector<std::string> names;
   size_t start = 0;
   while (start < list_text.size()) {
@@ -90,9 +90,11 @@ std::vector<std::string> ipkg_package_names(const std::string& list_text) {
     start = end == npos ? list_text.size() : end + 1;
     std::string name = line.substr(0, line.find(' '));
     if (name == "Successfully") break;
-    // An empty line names no package; asking "ipkg info" about it would only
-    // describe every package at once.
-    if (!name.empty()) names.push_back(name);
+    // Compat: an empty line, or one starting with a blank, names the empty
+    // package, which is asked for ("ipkg info "), recorded and sorted like
+    // any other (pinned by SysSoftware.IpkgNamesQuotedEmptyNamesKept and the
+    // end-to-end Esx4VariantTest).
+    if (!name.empty() || !skip_empty_names) names.push_back(name);
   }
   return names;
 }
@@ -114,9 +116,13 @@ void record_ipkg_package(HostAccess& host, ztag* top, const std::string& name,
 }
 
 void record_ipkg(HostAccess& host, ztag* top, const std::string& list_text,
-                 const std::function<std::string(const std::string&)>& run) {
-  for (const std::string& name : ipkg_package_names(list_text)) {
-    record_ipkg_package(host, top, name, run("ipkg info " + shell_quote(name)));
+                 const std::function<std::string(const std::string&)>& run, bool skip_empty_names) {
+  for (const std::string& name : ipkg_package_names(list_text, skip_empty_names)) {
+    // A name reaches the shell as one quoted word. The empty name adds no
+    // word at all ("ipkg info " asks about every package), as the command
+    // line "ipkg info %s" made with it does.
+    const std::string word = name.empty() ? std::string() : shell_quote(name);
+    record_ipkg_package(host, top, name, run("ipkg info " + word));
   }
 }
 
@@ -136,8 +142,10 @@ void collect_software(ScanContext& ctx, zXML* doc, int esx_major) {
   } else if (esx_major == 5 || esx_major == 6) {
     record_vib_list(top, run_command(ctx.host, "esxcli software vib list"));
   } else if (esx_major == 4) {
-    record_ipkg(ctx.host, top, run_command(ctx.host, "ipkg list"),
-                [&ctx](const std::string& cmdline) { return run_command(ctx.host, cmdline); });
+    record_ipkg(
+        ctx.host, top, run_command(ctx.host, "ipkg list"),
+        [&ctx](const std::string& cmdline) { return run_command(ctx.host, cmdline); },
+        ctx.reading.skip_malformed);
   }
   sort_software(top);
 }

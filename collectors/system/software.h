@@ -20,8 +20,10 @@ std::string vib_install_date(const std::string& date);
 void record_vib_list(ztag* top, const std::string& text);
 
 // Package names from the output of "ipkg list", up to its closing
-// "Successfully ..." line.
-std::vector<std::string> ipkg_package_names(const std::string& list_text);
+// "Successfully ..." line: the text of each line up to its first blank,
+// empty for an empty line unless skip_empty_names leaves those out.
+std::vector<std::string> ipkg_package_names(const std::string& list_text,
+                                            bool skip_empty_names = false);
 
 // Writes the child of one package from the output of "ipkg info NAME".
 void record_ipkg_package(HostAccess& host, ztag* top, const std::string& name,
@@ -30,7 +32,8 @@ void record_ipkg_package(HostAccess& host, ztag* top, const std::string& name,
 // Lists every package of "ipkg list" with its "ipkg info"; `run` runs one
 // command line and returns its output.
 void record_ipkg(HostAccess& host, ztag* top, const std::string& list_text,
-                 const std::function<std::string(const std::string&)>& run);
+                 const std::function<std::string(const std::string&)>& run,
+                 bool skip_empty_names = false);
 
 // Orders the children of top's "Software" node by package name when there are
 // three or more; one or two are left in the order they were found.

@@ -28,8 +28,9 @@ MEMORY_BOUND_MB = 512
 MEMORY_BOUND_ASAN_MB = 1536
 TIME_LIMIT = 300
 
-# From uname -n "h\0st/$(pwned)`pwned`;ile\r\n.lab.local" and vmk0's MAC.
-FILE_NAME = "H_ST_$(PWNED)`PWNED`;ILE___0013320A0001.inv"
+# From uname -n "h\0st/$(pwned)`pwned`;ile\r\n.lab.local" (the name ends at the
+# NUL) and vmk0's MAC.
+FILE_NAME = "H_0013320A0001.inv"
 
 
 def is_asan(binary):
@@ -150,12 +151,13 @@ class Esx4VariantTest(InjectionChecks):
     def test_packages_reach_ipkg_info_as_one_word(self):
         result = self.clean_scan(copy_host({}, vmware_v=b"VMware ESX 4.1.0 build-260247\n"),
                                  ["/silent"])
-        infos = [c for c in result.calls if c.startswith("ipkg_info_")]
-        self.assertEqual(infos, [answers.command_key(["ipkg", "info", p])
-                                 for p in answers.PACKAGES])
+        # The empty line before "Successfully" names the empty package.
+        infos = [c for c in result.calls if c.startswith("ipkg_info")]
+        self.assertEqual(infos, [answers.command_key(["ipkg", "info", p] if p else ["ipkg", "info"])
+                                 for p in answers.PACKAGES + [""]])
         lines = simlib.decode_text(result.path(result.files[0]), 0)
         soft = sorted(l.split("=", 1)[1] for l in lines if l.startswith("*Soft:"))
-        self.assertEqual(soft, sorted(stored(p) for p in answers.PACKAGES))
+        self.assertEqual(soft, sorted(stored(p) for p in answers.PACKAGES + [""]))
 
 
 # (name, {KEY: output}, last progress line) of outputs that end a scan.
@@ -169,14 +171,18 @@ OUT_OF_RANGE = [
     ("extent columns", {
         "esxcli_storage_vmfs_extent_list": b"Volume Name  VMFS UUID\n---  ---\nVMs $(pwned)\n",
     }, "15%"),
-    # A ruleset line without a blank after its name.
+    # Ruleset lines without a blank after the name, or with blanks only.
     ("firewall line", {
         "esxcli_network_firewall_ruleset_list": b"Name  Enabled\n----  ----\n$(pwned);pwned\n",
     }, "20%"),
-    # A machine line without "]" before its path.
-    ("machine line", {
-        "vim-cmd_vmsvc+getallvms": b"Vmid Name File\n1;pwned evil [hostile-ds no bracket.vmx\n",
-    }, "60%"),
+    ("firewall blanks", {
+        "esxcli_network_firewall_ruleset_list": b"Name  Enabled\n----  ----\nsshServer   \n",
+    }, "20%"),
+    # A NIC listing line of six columns.
+    ("NIC listing line", {"esxcli_network_nic_list": b"Name\n---\na b c d e $(pwned)\n"}, "25%"),
+    # A machine line with nothing after "]".
+    ("machine line", {"vim-cmd_vmsvc+getallvms": b"Vmid Name File\n1;pwned evil [hostile-ds]  \n"},
+     "60%"),
 ]
 
 
@@ -193,6 +199,41 @@ class OutOfRangeTest(InjectionChecks):
                 progress = [l for l in result.stdout.split("\n") if l.endswith("%")]
                 self.assertEqual(progress, PROGRESS[:PROGRESS.index(last) + 1])
                 self.check_clean(result, report)
+
+
+def host_variant(host, files):
+    """A copy of sim/hosts/HOST with files (path in the folder: bytes) replaced."""
+    d = os.path.join(simlib.workdir(), host)
+    shutil.copytree(simlib.host_path(host), d, symlinks=True)
+    for path, data in files.items():
+        os.unlink(os.path.join(d, path))  # never write through a link
+        with open(os.path.join(d, path), "wb") as f:
+            f.write(data)
+    return d
+
+
+class UnguardedInputTest(InjectionChecks):
+    def test_machine_line_without_bracket_is_read_from_its_start(self):
+        result, report = probe_scan(copy_host({
+            "vim-cmd_vmsvc+getallvms": b"Vmid Name File\n1;pwned evil [hostile-ds no bracket.vmx\n",
+        }), ["/silent"])
+        self.assertEqual((report["status"], result.files), (0, [FILE_NAME]))
+        self.check_clean(result, report)
+        # No file at that path: the machine is written with state 3.
+        self.assertIn("vm-state=3", simlib.decode_text(result.path(FILE_NAME), 0))
+
+    def test_zero_cores_per_socket_and_raw_host_name(self):
+        vmx = "files/vmfs/volumes/5bc7459f-967eeb48-b3f7-20677cd9a16c/web01/web01.vmx"
+        data = simlib.host_bytes("esxi67", vmx).replace(b'PerSocket = "2"', b'PerSocket = "0"')
+        host = host_variant("esxi67", {vmx: data})
+        r = simlib.scan(host, ["/silent"])
+        # The arithmetic fault, where the processors are counted (before "~2.").
+        self.assertEqual((r.returncode, r.files), (136, []))
+        self.assertRegex(r.stdout, r"\n60%\n(.*\n)*ProcessVM start\nGuestOS = [^\n]*\n\Z")
+        self.assertEqual(len(simlib.scan(host, ["/silent", "/current"]).files), 1)
+        host = host_variant("esxi55-dhcp", {"commands/uname_-n": b"esx1\r\n"})
+        r = simlib.scan(host, ["/silent"])
+        self.assertEqual((r.returncode, r.files), (0, ["ESX1\r_685B35C99610.inv"]))
 
 
 class ChangeDetectionTest(unittest.TestCase):

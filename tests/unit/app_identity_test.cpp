@@ -38,9 +38,11 @@ TEST(AppIdentity, FileNames) {
       {"Mixed_Case9\n", "AA-BB", 2, "MIXED_CASE9_AABB(2).inv"},
       {"", "00-00-00-00-00", 1, "_0000000000(1).inv"},
       {".hidden\n", "00", 0, "_00.inv"},
-      // Whatever uname prints, the name stays one entry of the directory.
+      // "/" becomes "_" and a NUL ends the name; every other byte is kept.
       {"a/b\n", "00-11", 0, "A_B_0011.inv"},
-      {std::string("a\0b\x7f\nc.d", 8), "00", 0, "A_B__C_00.inv"},
+      {std::string("a\0b.d", 5), "00", 0, "A_00.inv"},
+      {"esx1\r\n", "68-5B-35-C9-96-10", 0, "ESX1\r_685B35C99610.inv"},
+      {"b\x7f\nc.d", "00", 0, "B\x7f\nC_00.inv"},
       {"\xc3\xa9t\xc3\xa9", "00", 0, "\xc3\xa9T\xc3\xa9_00.inv"}};  // non-ASCII kept
   for (const auto& [uname_n, mac, copy, file] : cases)
     EXPECT_EQ(inventory_file_name(short_host_name(uname_n), mac, copy), file) << uname_n;

@@ -20,14 +20,28 @@ TEST(NetNicDescription, ColumnSevenMatchKeepsTheMtu) {
   // Listing, ESX major -> description.
   const std::tuple<std::string, int, const char*> cases[] = {
       {"Name\n---\na b c d e f " + mac + "  1500\tX  \n", 6, "1500\tX  "},  // after the dashes
-      {"head\n b  c d e f " + rest, 4, "1500 X"},   // blank runs skipped, empty column 1
-      {"Name\n---\na b c d e f g " + rest, 5, ""},  // an extra column: the MAC is column 8
-      {"head\na b c d e\tf " + rest, 4, ""},        // a tab is no separator
-      // The first match wins, even without a description.
-      {"head\na b c d e f " + mac + "  \na b c d e f " + rest, 4, ""},
+      {"head\n b  c d e f " + rest, 4, "1500 X"},         // blank runs skipped, empty column 1
+      {"Name\n---\na b c d e f g " + rest, 5, ""},        // an extra column: the MAC is column 8
+      {"head\na b c d e\tf " + rest, 4, ""},              // a tab is no separator
+      {"head\na b c d e f " + rest + "\n", 4, "1500 X"},  // lines after the match are not read
   };
   for (const auto& [listing, major, expected] : cases) {
     EXPECT_EQ(nic_description(listing, major, mac), expected) << listing;
+  }
+}
+
+// A line read before the match with fewer than seven columns, or a match
+// with nothing after it, ends the scan; the lenient reading passes over them.
+TEST(NetNicDescription, ShortLinesEndTheScan) {
+  const std::string mac = "00:11:22:33:44:55", match = "a b c d e f " + mac + " 1500 X\n";
+  const std::pair<std::string, const char*> cases[] = {
+      {"Name\n---\n\n" + match, "1500 X"},                     // an empty line
+      {"Name\n---\na b c d e f  \n" + match, "1500 X"},        // cut after six columns
+      {"Name\n---\na b c d e f " + mac + "  \n" + match, ""},  // nothing after the MAC
+  };
+  for (const auto& [listing, lenient] : cases) {
+    EXPECT_THROW(nic_description(listing, 5, mac), std::out_of_range) << listing;
+    EXPECT_EQ(nic_description(listing, 5, mac, true), lenient) << listing;
   }
 }
 
@@ -100,7 +114,14 @@ TEST(NetDnsAndFirewall, ResolvConfAndRulesets) {
       "dns-server:6=10.0.0.6\ndns-server:7=10.0.0.7\n-\n+Security=\n+Firewall=\n~kind=esx_fw\n"
       "*rule:0=Name\nenabled=0\n*rule:1=sshServer\nenabled=1\n*rule:2=trailing\nenabled=0\n"
       "*rule:3=capital\nenabled=0\n-\n-\n-\n");
-  EXPECT_THROW(record_firewall("---\nlonely\n", doc.top()), std::out_of_range);
+}
+
+// No enabled text after the name (no blank, or blanks only) ends the scan.
+TEST(NetDnsAndFirewall, LinesWithoutEnabledTextEndTheScan) {
+  for (const char* output : {"---\nlonely\n", "---\nname   \n"}) {
+    zXML doc(true, "Snapshot");
+    EXPECT_THROW(record_firewall(output, doc.top()), std::out_of_range) << output;
+  }
 }
 
 }  // namespace

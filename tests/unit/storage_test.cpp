@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -64,10 +65,9 @@ TEST(StorageVmx, KeyLookupQuirks) {
 }
 
 TEST(StorageVmConfig, ProcessorsAndAdapterSlots) {
-  // A coresPerSocket of 0 counts one core per socket. Slot 14 is the last
-  // adapter read; slot 15 is never looked at.
+  // Slot 14 is the last adapter read; slot 15 is never looked at.
   const std::string vmx =
-      "displayName = \"nets\"\nnumvcpus = \"6\"\ncpuid.coresPerSocket = \"0\"\n"
+      "displayName = \"nets\"\nnumvcpus = \"6\"\ncpuid.coresPerSocket = \"4\"\n"
       "ethernet3.present = \"TRUE\"\nethernet3.connectionType = \"custom\"\n"
       "ethernet3.vnet = \"vmnet2\"\nethernet3.addressType = \"generated\"\n"
       "ethernet3.generatedAddress = \"00:0c:29:12:34:56\"\n"
@@ -83,9 +83,31 @@ TEST(StorageVmConfig, ProcessorsAndAdapterSlots) {
             "vm-current-stor-size=0.0\n~units=MB\n~base-value=0\n"
             "vm-current-size=1.0\n~units=MB\n~base-value=1048576\n"
             "+Devices=\nvm-memory-size=\nvm-processors=\n~complex=\n"
-            "*vm-processors=\n~field-source=\ntotal-cores=6\ncpu-count=6\ncores-per-cpu=0\n"
+            "*vm-processors=\n~field-source=\ntotal-cores=6\ncpu-count=1\ncores-per-cpu=4\n"
             "*net:1=\nconn-type=custom\naddr-type=generated\nmac-address=00-0C-29-12-34-56\n"
             "vnet=vmnet2\n*net:2=\nconn-type=nat\naddr-type=\nmac-address=\n-\n-\n");
+}
+
+// A cores-per-socket that reads as 0 is divided by all the same: the
+// process ends with the arithmetic fault.
+TEST(StorageVmConfig, CoresPerSocketOfZeroFaults) {
+  for (const char* cores : {"0", "x"}) {
+    const std::string vmx =
+        std::string("numvcpus = \"2\"\ncpuid.coresPerSocket = \"") + cores + "\"\n";
+    zXML doc(true, "Snapshot");
+    EXPECT_EXIT(storage::record_vm(doc.top(), storage::parse_vmx(vmx), storage::VmFiles()),
+                testing::KilledBySignal(SIGFPE), "")
+        << cores;
+  }
+}
+
+// The path of a getallvms line: after "]", from the line's start without
+// one, and no path at all (an out-of-range error) with only blanks after it.
+TEST(StorageListing, MachineLines) {
+  EXPECT_EQ(storage::parse_vm_line("1 a [ds] dir/a.vmx  guest").relative, "dir/a.vmx");
+  EXPECT_EQ(storage::parse_vm_line("12 no bracket.vmx x").relative, "12 no bracket.vmx");
+  EXPECT_EQ(storage::parse_vm_line("3 [ds no path").relative, "3 [ds no path");
+  EXPECT_THROW(storage::parse_vm_line("4 a [ds]  "), std::out_of_range);
 }
 
 TEST(StorageVmConfig, CdromRules) {

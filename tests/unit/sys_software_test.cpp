@@ -74,22 +74,36 @@ TEST(SysSoftware, VibListColumnsDuplicatesAndOrder) {
   EXPECT_EQ(two.top()->find_child("Software")->child_at(0)->value()->as_text(), "zeta");
 }
 
-TEST(SysSoftware, IpkgNamesAreQuotedAndMissingInfoIsEmpty) {
-  std::vector<std::string> asked;
-  zXML doc(true, "Snapshot");
-  in_zone("TST-3", [&] {
-    // The list ends at "Successfully"; an empty line names no package.
-    record_ipkg(live_host(), doc.top(),
-                "evil;touch${IFS}x - 1 - y\n\nSuccessfully terminated.\nafter - 1 - z\n",
-                [&](const std::string& cmdline) {
-                  asked.push_back(cmdline);
-                  return std::string();
-                });
-    return 0;
-  });
-  EXPECT_EQ(asked, std::vector<std::string>{"ipkg info 'evil;touch${IFS}x'"});
-  // No version, architecture or time: empty texts and the epoch.
-  EXPECT_EQ(tree_text(doc.top()->find_child("Software")),
-            "+Software=\n*Soft:evil;touch${IFS}x =evil;touch${IFS}x\nversion=\narchitecture=\n"
-            "inst-date=19700101030000.000000+180\n-\n");
+TEST(SysSoftware, IpkgNamesQuotedEmptyNamesKept) {
+  // The list ends at "Successfully"; an empty line, or one starting with a
+  // blank, names the empty package, asked for without a word and sorted
+  // with the others. The lenient reading leaves those out.
+  const std::string list = "evil;touch${IFS}x - 1 - y\n\n b\na - 2\nSuccessfully terminated.\nz\n";
+  for (const bool skip_empty : {false, true}) {
+    std::vector<std::string> asked;
+    zXML doc(true, "Snapshot");
+    in_zone("TST-3", [&] {
+      record_ipkg(
+          live_host(), doc.top(), list,
+          [&](const std::string& cmdline) {
+            asked.push_back(cmdline);
+            return std::string();
+          },
+          skip_empty);
+      sort_software(doc.top());
+      return 0;
+    });
+    // No version, architecture or time: empty texts and the epoch.
+    const std::string date = "version=\narchitecture=\ninst-date=19700101030000.000000+180\n";
+    if (skip_empty) {
+      EXPECT_EQ(asked,
+                (std::vector<std::string>{"ipkg info 'evil;touch${IFS}x'", "ipkg info 'a'"}));
+      continue;
+    }
+    EXPECT_EQ(asked, (std::vector<std::string>{"ipkg info 'evil;touch${IFS}x'", "ipkg info ",
+                                               "ipkg info ", "ipkg info 'a'"}));
+    EXPECT_EQ(tree_text(doc.top()->find_child("Software")),
+              "+Software=\n*Soft: =\n" + date + "*Soft:a =a\n" + date +
+                  "*Soft:evil;touch${IFS}x =evil;touch${IFS}x\n" + date + "-\n");
+  }
 }

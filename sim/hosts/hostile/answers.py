@@ -131,8 +131,8 @@ def esxcli_system_version_get():
 
 
 def uname_n():
-    # The host name decides the file name: "/" and control bytes must not
-    # lead the file elsewhere, metacharacters must not run anything.
+    # The host name decides the file name: it ends at the NUL (a "/" after
+    # it would lead the file elsewhere), metacharacters must not run anything.
     return b"h\x00st/$(pwned)`pwned`;ile\r\n.lab.local\n"
 
 
@@ -260,7 +260,10 @@ def esxcli_network_nic_list():
             description = b"nic `pwned` %d" % i
         rows.append(b"vmnic%d  0000:07:00.%d  igbn    Up            Up            1000  Full    "
                     b"%s  1500  %s" % (i, i, mac.encode(), description))
-    rows.append(garbage("nic", 1024))
+    # Every line has seven columns (a shorter one ends the scan): the garbage
+    # follows the first seven of a row, without line feeds.
+    rows.append(b"vmnic8  0000:07:00.8  igbn  Up  Up  1000  Full  " +
+                garbage("nic", 1024).replace(b"\n", b"\r"))
     return crlf(b"\n".join(rows) + b"\n") + b"vmnic9  cut in the mid"
 
 
