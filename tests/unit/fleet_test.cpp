@@ -17,7 +17,7 @@ using invtest::ScratchDir;
 
 struct Collect : invtab::RowSink {
   std::map<std::string, std::vector<invtab::Row>> rows;
-  bool row(const invtab::Table& t, const invtab::Row& r, std::string*) override {
+  bool row(const invtab::Table& t, invtab::Row& r, std::string*) override {
     rows[t.name].push_back(r);
     return true;
   }
@@ -123,13 +123,10 @@ TEST(FleetTables, Conversions) {
 }
 
 TEST(FleetTables, MapsDocumentRows) {
-  invread::Element snap, asset;
   std::string error;
-  ASSERT_TRUE(invread::parse_document(kSnapshot, &snap, &error)) << error;
-  ASSERT_TRUE(invread::parse_document(kAsset, &asset, &error)) << error;
   Collect c;
   invtab::ScanFile f{"ab", "x.inv", 10};
-  ASSERT_TRUE(invtab::map_rows(f, {&snap, &asset}, &c, &error));
+  ASSERT_TRUE(invtab::map_documents(f, {kSnapshot, kAsset}, &c, &error)) << error;
   // The UUID is empty, so the host is known by its MAC address.
   EXPECT_EQ(c.cols("scans", {"scan_id", "host_key", "file_name", "file_size", "scan_time",
                              "scan_duration_ms", "snaptype", "warnings_count"}),
