@@ -43,9 +43,12 @@ const char kSnapshot[] =
     "*os:1=ESXi\nuptime=00000002030405.000000:000\n-\n"
     "+System=\n*Computer-system=\nuuid=\n-\n"
     "+VMs=\n+vm:1=web\n~kind=linux\nvm-id=7\nvm-conf-file=/vmfs/volumes/ds1/web/web.vmx\n"
-    "vm-state=1\n+Devices=\nvm-memory-size=4x\n*hdd:1=\ndisk-file=web.vmdk\ncur-size=50.0\n"
-    "~units=MB\n~base-value=52428800\npreallocated=0\n-\n-\n*vm:2=\nvm-id=8\n-\n"
-    "+Software=\n*Soft:a=b 1.0=a=b\nversion=1.0\ninst-date=20191227000000.000000+000\n-\n-\n";
+    "vm-state=1\nvm-id=99\n+Devices=\nvm-memory-size=4x\n*hdd:1=\ndisk-file=web.vmdk\n"
+    "cur-size=50.0\n~units=MB\n~base-value=52428800\npreallocated=0\n-\n"
+    "+Devices=\n*vm-processors=\ntotal-cores=8\n*hdd:2=\ndisk-file=b.vmdk\n-\n-\n"
+    "*vm:2=\nvm-id=8\n-\n"
+    "+Software=\n*Soft:a=b 1.0=a=b\nversion=1.0\ninst-date=20191227000000.000000+000\n-\n-\n"
+    "*Memory=\n";
 const char kAsset[] =
     "\xEF\xBB\xBF?zxml\n+AssetInfo=\nhostname=esx-a\nmac-address=00-13-32-08-F7-D4\n"
     "static-ip=1\n*control=\ndomain=LAB\n-\n";
@@ -126,7 +129,10 @@ TEST(FleetTables, MapsDocumentRows) {
   std::string error;
   Collect c;
   invtab::ScanFile f{"ab", "x.inv", 10};
-  ASSERT_TRUE(invtab::map_documents(f, {kSnapshot, kAsset}, &c, &error)) << error;
+  // A second Snapshot document maps nothing.
+  ASSERT_TRUE(invtab::map_documents(
+      f, {kSnapshot, kAsset, "\xEF\xBB\xBF?zxml\n*Snapshot=\nhostname=other\n"}, &c, &error))
+      << error;
   // The UUID is empty, so the host is known by its MAC address.
   EXPECT_EQ(c.cols("scans", {"scan_id", "host_key", "file_name", "file_size", "scan_time",
                              "scan_duration_ms", "snaptype", "warnings_count"}),
@@ -136,21 +142,26 @@ TEST(FleetTables, MapsDocumentRows) {
             std::vector<std::string>{"1|ESXi|183845"});
   EXPECT_EQ(c.cols("warnings", {"section", "number", "type", "tool", "missing", "incomplete"}),
             std::vector<std::string>{"OS|1|package_not_found|uname|NULL|os"});
-  EXPECT_EQ(c.cols("vms", {"position", "number", "display_name", "guest_family", "vm_id",
-                           "conf_file", "state", "memory_mb", "memory_text"}),
-            (std::vector<std::string>{"1|1|web|linux|7|/vmfs/volumes/ds1/web/web.vmx|1|NULL|4x",
-                                      "2|2||NULL|8|NULL|NULL|NULL|NULL"}));
+  // The first attribute of a name counts, and a value inside the row's
+  // element comes from the first child of each name (the second Devices is
+  // not looked into); rows come from every matching element.
+  EXPECT_EQ(
+      c.cols("vms", {"position", "number", "display_name", "guest_family", "vm_id", "conf_file",
+                     "state", "memory_mb", "memory_text", "total_cores"}),
+      (std::vector<std::string>{"1|1|web|linux|7|/vmfs/volumes/ds1/web/web.vmx|1|NULL|4x|NULL",
+                                "2|2||NULL|8|NULL|NULL|NULL|NULL|NULL"}));
   EXPECT_EQ(
       c.cols("vm_disks", {"vm_number", "vm_conf_file", "disk_file", "current_bytes", "current_text",
                           "preallocated", "provisioned_bytes"}),
-      std::vector<std::string>{"1|/vmfs/volumes/ds1/web/web.vmx|web.vmdk|52428800|50.0|0|NULL"});
+      (std::vector<std::string>{"1|/vmfs/volumes/ds1/web/web.vmx|web.vmdk|52428800|50.0|0|NULL",
+                                "1|/vmfs/volumes/ds1/web/web.vmx|b.vmdk|NULL|NULL|NULL|NULL"}));
   // The element's value is the package name even when the name holds "=".
   EXPECT_EQ(c.cols("software", {"name", "version", "install_date"}),
             std::vector<std::string>{"a=b|1.0|2019-12-27T00:00:00Z"});
   EXPECT_EQ(c.cols("asset_summary", {"hostname", "static_ip", "domain", "cpu_count"}),
             std::vector<std::string>{"esx-a|1|LAB|NULL"});
   EXPECT_TRUE(c.rows["processes"].empty());
-  EXPECT_EQ(c.rows["hosts"].size(), 1u);
+  EXPECT_EQ(c.cols("hosts", {"hostname"}), std::vector<std::string>{"esx-a"});
 }
 
 TEST(FleetCli, ExportTwiceDamagedFileAndDiff) {
