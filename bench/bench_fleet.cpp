@@ -7,7 +7,7 @@
 // file has its own scan id). Then, each in a child process, the least time
 // of three runs and the largest peak RSS:
 //   - decode alone: every file read, inflated and parsed into its tree;
-//   - quillscan-inv export to SQLite and to NDJSON;
+//   - quillscan-inv export to SQLite, to NDJSON and to CSV;
 //   - export of 10 files (for the peak RSS against 1,000);
 //   - quillscan-inv diff of two scans of the 1,024-machine host.
 // The hostile host is left out: its one 34 MB file would set the peak RSS of
@@ -207,6 +207,8 @@ int main(int argc, char** argv) {
            " export -o " + shell_quote((tmp / "f.db").string()) + " " + shell_quote(all.string())});
   const Run ndjson =
       measure({d, "export", "--format", "ndjson", "-o", (tmp / "nd").string(), all.string()});
+  const Run csv =
+      measure({d, "export", "--format", "csv", "-o", (tmp / "csv").string(), all.string()});
   const Run sqlite10 = measure(
       {"/bin/sh", "-c",
        "rm -f " + shell_quote((tmp / "t.db").string()) + " && exec " + shell_quote(d) +
@@ -215,7 +217,7 @@ int main(int argc, char** argv) {
   // Files 4 and 9 are two scans of gen-vms (every fifth file).
   const Run diff =
       measure({d, "diff", (all / "scan-0004.inv").string(), (all / "scan-0009.inv").string()});
-  const Run runs[] = {decode, sqlite, ndjson, sqlite10, decode10};
+  const Run runs[] = {decode, sqlite, ndjson, csv, sqlite10, decode10};
   for (const Run& r : runs) {
     if (r.status != 0) {
       std::cerr << "bench_fleet: a run failed with status " << r.status << "\n";
@@ -230,15 +232,18 @@ int main(int argc, char** argv) {
   row("decode 1,000 files", decode);
   row("export 1,000 files to SQLite", sqlite);
   row("export 1,000 files to NDJSON", ndjson);
+  row("export 1,000 files to CSV", csv);
   row("decode 10 files", decode10);
   row("export 10 files to SQLite", sqlite10);
   row("diff of two 1,024-machine scans", diff, 3);
   // The machine is shared: CPU time is what the program itself spent, wall
   // time also counts waiting for the processor.
-  std::printf("\nexport / decode, CPU time: SQLite x%.2f, NDJSON x%.2f (goal: x1.50 or less)\n",
-              sqlite.cpu / decode.cpu, ndjson.cpu / decode.cpu);
-  std::printf("export / decode, wall time: SQLite x%.2f, NDJSON x%.2f\n",
-              sqlite.seconds / decode.seconds, ndjson.seconds / decode.seconds);
+  std::printf(
+      "\nexport / decode, CPU time: SQLite x%.2f, NDJSON x%.2f, CSV x%.2f (goal: x1.50 or less)\n",
+      sqlite.cpu / decode.cpu, ndjson.cpu / decode.cpu, csv.cpu / decode.cpu);
+  std::printf("export / decode, wall time: SQLite x%.2f, NDJSON x%.2f, CSV x%.2f\n",
+              sqlite.seconds / decode.seconds, ndjson.seconds / decode.seconds,
+              csv.seconds / decode.seconds);
   std::printf("peak RSS of export: %ld kB for 10 files, %ld kB for 1,000 files\n", sqlite10.peak_kb,
               sqlite.peak_kb);
   std::printf("diff: %.3f s (goal: under 1 s)\n", diff.seconds);

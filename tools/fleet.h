@@ -34,18 +34,16 @@ class InputFile {
 bool expand_inputs(const std::vector<std::string>& args, std::vector<std::string>* files,
                    std::string* error);
 
-// One decoded file: its documents and what is known about the file.
-struct LoadedScan {
-  ScanFile file;
-  invread::Element snapshot, assetinfo;
-  bool has_snapshot = false, has_assetinfo = false;
-  Documents documents() const {
-    return {has_snapshot ? &snapshot : nullptr, has_assetinfo ? &assetinfo : nullptr};
-  }
-};
+// Opens a file named on the command line (or "-") and identifies it: its
+// SHA-256, size and name. error is one line without the file name.
+bool open_scan(const std::string& name, InputFile* input, ScanFile* file, std::string* error);
 
-// Reads and hashes a file (or "-"); error is one line without the file name.
-bool load_scan(const std::string& name, LoadedScan* scan, std::string* error);
+// Reads the documents of an opened scan and maps them to rows as they are
+// parsed. Fails on a damaged file (rows already sent to the sink are the
+// caller's to undo) or when the sink refuses a row. texts, when given,
+// holds the documents' texts and keeps its capacity from file to file.
+bool map_scan(const InputFile& input, const ScanFile& file, RowSink* sink, std::string* error,
+              std::vector<std::string>* texts = nullptr);
 
 // The commands. args are the words after the command's name.
 int cmd_export(const std::vector<std::string>& args);

@@ -17,7 +17,7 @@ using invread::json_string;
 
 struct Collect : RowSink {
   std::map<const Table*, std::vector<Row>> rows;
-  bool row(const Table& t, const Row& r, std::string*) override {
+  bool row(const Table& t, Row& r, std::string*) override {
     rows[&t].push_back(r);
     return true;
   }
@@ -258,12 +258,12 @@ int cmd_diff(const std::vector<std::string>& args) {
   if (files.size() != 2) return usage_error("two files are needed");
   if (files[0] == "-" && files[1] == "-") return usage_error("only one file can be \"-\"");
 
-  LoadedScan scans[2];
   Collect rows[2];
   for (int i = 0; i < 2; ++i) {
     std::string error;
-    if (!load_scan(files[i], &scans[i], &error) ||
-        !map_rows(scans[i].file, scans[i].documents(), &rows[i], &error)) {
+    InputFile input;
+    ScanFile file;
+    if (!open_scan(files[i], &input, &file, &error) || !map_scan(input, file, &rows[i], &error)) {
       std::fprintf(stderr, "quillscan-inv: %s: %s\n", files[i].c_str(), error.c_str());
       return 2;
     }

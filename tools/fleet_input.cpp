@@ -178,35 +178,45 @@ bool expand_inputs(const std::vector<std::string>& args, std::vector<std::string
   return true;
 }
 
-bool load_scan(const std::string& name, LoadedScan* scan, std::string* error) {
-  InputFile input;
-  if (!input.open(name, &scan->file.scan_id, &scan->file.size, error)) return false;
-  scan->file.file_name = name == "-" ? "-" : fs::path(name).filename().string();
+bool open_scan(const std::string& name, InputFile* input, ScanFile* file, std::string* error) {
+  if (!input->open(name, &file->scan_id, &file->size, error)) return false;
+  file->file_name = name == "-" ? "-" : fs::path(name).filename().string();
+  return true;
+}
+
+bool map_scan(const InputFile& input, const ScanFile& file, RowSink* sink, std::string* error,
+              std::vector<std::string>* texts) {
   invread::InvReader reader;
   if (!reader.open(input.path(), error)) return false;
+  std::vector<std::string> own;
+  if (texts == nullptr) texts = &own;
+  RowMapper mapper(file, sink);
   const invread::Header& h = reader.header();
+  size_t used = 0;
   for (size_t i = 0; i < h.records.size(); ++i) {
     if (!h.records[i].is_document()) continue;
-    std::string text, what;
+    // Each document is inflated whole and kept until the file's rows are
+    // done (the mapper refers to its text rather than copying values).
+    if (texts->size() == used) texts->emplace_back();
+    std::string& text = (*texts)[used++];
     if (!reader.content(i, &text, error)) return false;
-    invread::Element top;
-    if (!invread::parse_document(text, &top, &what)) {
-      *error = "record " + std::to_string(i) + ": " + what;
+    // Items are counted as when documents were kept as trees, so that the
+    // same files are refused.
+    invread::DocumentParser parser(mapper.document(), true);
+    if (!parser.feed(text.data(), text.size()) || !parser.finish()) {
+      *error = "record " + std::to_string(i) + ": " + parser.error();
       return false;
     }
-    if (top.name == "Snapshot" && !scan->has_snapshot) {
-      scan->snapshot = std::move(top);
-      scan->has_snapshot = true;
-    } else if (top.name == "AssetInfo" && !scan->has_assetinfo) {
-      scan->assetinfo = std::move(top);
-      scan->has_assetinfo = true;
+    if (!mapper.ok()) {
+      *error = mapper.error();
+      return false;
     }
   }
-  if (!scan->has_snapshot && !scan->has_assetinfo) {
+  if (!mapper.found()) {
     *error = "no snapshot or asset summary record";
     return false;
   }
-  return true;
+  return mapper.finish(error);
 }
 
 }  // namespace invtab

@@ -3,15 +3,13 @@
 #include "tools/fleet_tables.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
+#include <utility>
 
 namespace invtab {
 namespace {
-
-using invread::Attribute;
-using invread::Element;
 
 // Shorthands for the definitions below.
 Column T(const char* name, const char* source, const char* description = "") {
@@ -612,10 +610,16 @@ Fill filled_kind(const std::string& name) {
   return Fill::kNone;
 }
 
-bool all_digits(const std::string& s, size_t from);
+bool all_digits(std::string_view s, size_t from) {
+  if (from >= s.size()) return false;
+  for (size_t i = from; i < s.size(); ++i) {
+    if (s[i] < '0' || s[i] > '9') return false;
+  }
+  return true;
+}
 
-// A path pattern ("vm:N", "Soft:*", "*", "OS"), parsed once: the walk tries
-// one against every element below the path's last match.
+// A path pattern ("vm:N", "Soft:*", "*", "OS"), parsed once: the mapper
+// tries one against every element below the path's last match.
 struct Pattern {
   enum Kind { kAny, kExact, kNumber, kAnySuffix, kSomeSuffix } kind = kExact;
   std::string text;  // the whole name, or the prefix up to and with the colon
@@ -630,7 +634,7 @@ struct Pattern {
       text = p.substr(0, colon + 1);
     }
   }
-  bool matches(const std::string& name) const {
+  bool matches(std::string_view name) const {
     if (kind == kAny) return true;
     if (kind == kExact) return name == text;
     if (name.size() < text.size() || name.compare(0, text.size(), text) != 0) return false;
@@ -639,69 +643,245 @@ struct Pattern {
   }
 };
 
-struct Compiled {
-  std::vector<std::vector<Source>> sources;  // per table, per column
-  std::vector<std::vector<Pattern>> paths;   // per table, per path element
-  std::vector<Pattern> row_attributes;       // per table
-  std::vector<std::vector<Fill>> filled;     // per table, per column
+// How the rows are made while a document is parsed.
+//
+// The tables' paths form a tree of nodes ("Snapshot" > "VMs" > "vm:N" ...).
+// Each open element knows the nodes it matches. A node sits at a fixed
+// depth, so at most one element per node is open at a time, and the values
+// a node keeps of its current element can live in the node's state. A row
+// is made when its element ends. What it takes from elements around it is
+// there by then: an ancestor's attributes come before its children, and
+// what a row takes from inside its element ("Devices/vm-processors@...")
+// is caught on the way by capture nodes, which match only the first child
+// of their name within each element of their parent (the lookup by name
+// the columns define).
+
+// The attributes of one name a node keeps: the first one's value and the
+// first of each wanted annotation of it.
+struct AttrWant {
+  std::string name;
+  int value_slot = -1;
+  std::vector<std::pair<std::string, int>> metas;  // annotation key, slot
 };
 
-const Compiled& compiled() {
-  static const Compiled c = [] {
-    Compiled out;
-    for (const Table& t : tables()) {
-      std::vector<Source> s;
-      std::vector<Fill> f;
-      for (const Column& col : t.columns) {
-        s.push_back(parse_source(col.source));
-        f.push_back(col.source.empty() ? filled_kind(col.name) : Fill::kNone);
-      }
-      out.sources.push_back(std::move(s));
-      out.filled.push_back(std::move(f));
-      out.paths.emplace_back(t.path.begin(), t.path.end());
-      out.row_attributes.emplace_back(t.row_attribute);
+struct Node {
+  explicit Node(const std::string& p) : pattern(p), pattern_text(p) {}
+  Pattern pattern;
+  std::string pattern_text;
+  bool capture = false;  // matches pattern_text exactly, first child only
+  std::vector<int> children;
+  std::vector<int> captures_below;  // cleared when this node's element starts
+  std::vector<AttrWant> attrs;
+  std::vector<std::vector<int>> attrs_by_length;   // indices into attrs
+  std::vector<std::pair<std::string, int>> metas;  // the element's annotations
+  int slots = 0;
+  std::vector<int> row_tables;       // one row per element
+  std::vector<int> attr_row_tables;  // one row per matching attribute
+
+  int find_attr(std::string_view name) const {
+    if (name.size() >= attrs_by_length.size()) return -1;
+    for (int i : attrs_by_length[name.size()]) {
+      if (name == attrs[i].name) return i;
     }
-    return out;
-  }();
-  return c;
-}
-
-bool all_digits(const std::string& s, size_t from) {
-  if (from >= s.size()) return false;
-  for (size_t i = from; i < s.size(); ++i) {
-    if (s[i] < '0' || s[i] > '9') return false;
+    return -1;
   }
-  return true;
-}
+};
 
-// Whether a name matches a path pattern ("vm:N", "Soft:*", "*", "OS").
-bool name_matches(const std::string& pattern, const std::string& name) {
-  if (pattern == "*") return true;
-  const size_t colon = pattern.find(':');
-  if (colon == std::string::npos) return pattern == name;
-  if (name.compare(0, colon + 1, pattern, 0, colon + 1) != 0) return false;
-  // Compared in place: this runs for every element on every table's path.
-  if (pattern.compare(colon + 1, std::string::npos, "N") == 0) return all_digits(name, colon + 1);
-  return name.size() > colon + 1 || pattern.compare(colon + 1, std::string::npos, "*") == 0;
-}
+// Where a column's value comes from at the moment its row is made.
+struct ColumnRef {
+  enum How {
+    kNull,
+    kFill,
+    kSlot,
+    kValue,
+    kName,
+    kSuffix,
+    kNameValue,
+    kRowValue,
+    kRowSuffix,
+    kRowMeta
+  } how = kNull;
+  Fill fill = Fill::kNone;
+  int node = -1;
+  int slot = -1;    // kSlot; for kNameValue, the first "version" attribute
+  std::string key;  // kRowMeta
+};
 
-std::string suffix(const std::string& name) {
-  const size_t colon = name.find(':');
-  return colon == std::string::npos ? std::string() : name.substr(colon + 1);
-}
+constexpr int kSnapshotNode = 0;
+constexpr int kAssetNode = 1;
 
-const Attribute* find_attr(const Element& e, const std::string& name) {
-  for (const Attribute& a : e.attrs) {
-    if (a.name == name) return &a;
+struct Plan {
+  std::vector<Node> nodes;
+  std::vector<std::vector<ColumnRef>> columns;  // per table
+  std::vector<Pattern> row_attributes;          // per table
+  int warnings_table = -1;
+  // The host key: the first non-empty "uuid" of a Computer-system, else the
+  // summary's MAC address, else a host name.
+  int uuid_node = -1, uuid_slot = -1;
+  int snapshot_hostname = -1, asset_mac = -1, asset_hostname = -1;
+
+  int path_child(int parent, const std::string& pattern) {
+    for (int c : nodes[parent].children) {
+      if (!nodes[c].capture && nodes[c].pattern_text == pattern) return c;
+    }
+    nodes.emplace_back(pattern);
+    nodes[parent].children.push_back(static_cast<int>(nodes.size()) - 1);
+    return static_cast<int>(nodes.size()) - 1;
   }
-  return nullptr;
+  int capture_child(int parent, const std::string& name) {
+    for (int c : nodes[parent].children) {
+      if (nodes[c].capture && nodes[c].pattern_text == name) return c;
+    }
+    nodes.emplace_back(name);
+    nodes.back().capture = true;
+    nodes[parent].children.push_back(static_cast<int>(nodes.size()) - 1);
+    return static_cast<int>(nodes.size()) - 1;
+  }
+  AttrWant& want(int node, const std::string& attr) {
+    Node& n = nodes[node];
+    for (AttrWant& w : n.attrs) {
+      if (w.name == attr) return w;
+    }
+    n.attrs.push_back(AttrWant{attr, -1, {}});
+    if (n.attrs_by_length.size() <= attr.size()) n.attrs_by_length.resize(attr.size() + 1);
+    n.attrs_by_length[attr.size()].push_back(static_cast<int>(n.attrs.size()) - 1);
+    return n.attrs.back();
+  }
+  int attr_slot(int node, const std::string& attr) {
+    AttrWant& w = want(node, attr);
+    if (w.value_slot < 0) w.value_slot = nodes[node].slots++;
+    return w.value_slot;
+  }
+  static int meta_slot(std::vector<std::pair<std::string, int>>* metas, const std::string& key,
+                       int* slots) {
+    for (const auto& m : *metas) {
+      if (m.first == key) return m.second;
+    }
+    metas->emplace_back(key, (*slots)++);
+    return metas->back().second;
+  }
+  int attr_meta_slot(int node, const std::string& attr, const std::string& key) {
+    return meta_slot(&want(node, attr).metas, key, &nodes[node].slots);
+  }
+  int element_meta_slot(int node, const std::string& key) {
+    return meta_slot(&nodes[node].metas, key, &nodes[node].slots);
+  }
+  void collect_captures(int node, std::vector<int>* out) const {
+    for (int c : nodes[node].children) {
+      if (!nodes[c].capture) continue;
+      out->push_back(c);
+      collect_captures(c, out);
+    }
+  }
+
+  ColumnRef column(const Table& t, const std::vector<int>& chain, const Column& col) {
+    ColumnRef ref;
+    if (col.source.empty()) {
+      ref.how = ColumnRef::kFill;
+      ref.fill = filled_kind(col.name);
+      return ref;
+    }
+    const Source src = parse_source(col.source);
+    switch (src.what) {
+      case Source::kRowValue:
+      case Source::kRowSuffix:
+      case Source::kRowMeta:
+        if (t.row_attribute.empty()) return ref;
+        ref.how = src.what == Source::kRowValue    ? ColumnRef::kRowValue
+                  : src.what == Source::kRowSuffix ? ColumnRef::kRowSuffix
+                                                   : ColumnRef::kRowMeta;
+        ref.key = src.key;
+        return ref;
+      case Source::kNone:
+        return ref;
+      default:
+        break;
+    }
+    if (static_cast<size_t>(src.up) >= chain.size()) return ref;
+    // Going up and then down would need elements not parsed yet.
+    if (src.up > 0 && !src.down.empty()) {
+      std::fprintf(stderr, "table %s, column %s: a source cannot go up and then down\n",
+                   t.name.c_str(), col.name.c_str());
+      std::abort();
+    }
+    int node = chain[chain.size() - 1 - src.up];
+    for (const std::string& name : src.down) node = capture_child(node, name);
+    ref.node = node;
+    ref.how = ColumnRef::kSlot;
+    switch (src.what) {
+      case Source::kAttr:
+        ref.slot = attr_slot(node, src.attr);
+        break;
+      case Source::kAttrMeta:
+        ref.slot = attr_meta_slot(node, src.attr, src.key);
+        break;
+      case Source::kMeta:
+        ref.slot = element_meta_slot(node, src.key);
+        break;
+      case Source::kValue:
+        ref.how = ColumnRef::kValue;
+        break;
+      case Source::kName:
+        ref.how = ColumnRef::kName;
+        break;
+      case Source::kSuffix:
+        ref.how = ColumnRef::kSuffix;
+        break;
+      case Source::kNameValue:
+        ref.how = ColumnRef::kNameValue;
+        ref.slot = attr_slot(node, "version");
+        break;
+      default:
+        ref.how = ColumnRef::kNull;
+    }
+    return ref;
+  }
+};
+
+Plan make_plan() {
+  Plan p;
+  p.nodes.emplace_back("Snapshot");
+  p.nodes.emplace_back("AssetInfo");
+  const std::vector<Table>& all = tables();
+  for (size_t i = 0; i < all.size(); ++i) {
+    const Table& t = all[i];
+    const int ti = static_cast<int>(i);
+    std::vector<int> chain{t.path.empty() || t.path[0] == "Snapshot" ? kSnapshotNode : kAssetNode};
+    for (size_t d = 1; d < t.path.size(); ++d)
+      chain.push_back(p.path_child(chain.back(), t.path[d]));
+    // Single tables (one row per scan, of a top element) are made at the
+    // end of the file.
+    if (t.single && t.path.size() != 1) {
+      std::fprintf(stderr, "table %s: one row per scan must come from a top element\n",
+                   t.name.c_str());
+      std::abort();
+    }
+    if (!t.single) {
+      (t.row_attribute.empty() ? p.nodes[chain.back()].row_tables
+                               : p.nodes[chain.back()].attr_row_tables)
+          .push_back(ti);
+    }
+    std::vector<ColumnRef> cols;
+    for (const Column& c : t.columns) cols.push_back(p.column(t, chain, c));
+    p.columns.push_back(std::move(cols));
+    p.row_attributes.emplace_back(t.row_attribute);
+    if (t.name == "warnings") p.warnings_table = ti;
+  }
+  const int system = p.path_child(kSnapshotNode, "System");
+  p.uuid_node = p.path_child(system, "Computer-system");
+  p.uuid_slot = p.attr_slot(p.uuid_node, "uuid");
+  p.snapshot_hostname = p.attr_slot(kSnapshotNode, "hostname");
+  p.asset_mac = p.attr_slot(kAssetNode, "mac-address");
+  p.asset_hostname = p.attr_slot(kAssetNode, "hostname");
+  for (size_t n = 0; n < p.nodes.size(); ++n) {
+    p.collect_captures(static_cast<int>(n), &p.nodes[n].captures_below);
+  }
+  return p;
 }
 
-const std::string* find_meta(const invread::Annotations& meta, const std::string& key) {
-  for (const auto& m : meta) {
-    if (m.first == key) return &m.second;
-  }
-  return nullptr;
+const Plan& plan() {
+  static const Plan p = make_plan();
+  return p;
 }
 
 // The value of an element named "prefix:NAME" (or "prefix:NAME VERSION")
@@ -709,154 +889,314 @@ const std::string* find_meta(const invread::Annotations& meta, const std::string
 // holding "=" leaves part of itself in the element's name; the split where
 // the name part repeats the value (and the "version" attribute) is the one
 // the agent wrote.
-std::string recovered_value(const Element& e) {
-  const size_t colon = e.name.find(':');
-  if (colon == std::string::npos) return e.value;
-  const std::string line = e.name.substr(colon + 1) + "=" + e.value;
-  const Attribute* version = find_attr(e, "version");
+std::string_view recovered_value(std::string_view name, std::string_view value,
+                                 const std::string_view* version, std::string* scratch) {
+  const size_t colon = name.find(':');
+  if (colon == std::string_view::npos) return value;
+  std::string& line = *scratch;
+  line.assign(name.substr(colon + 1));
+  line += '=';
+  line += value;
   for (size_t p = line.find('='); p != std::string::npos; p = line.find('=', p + 1)) {
-    const std::string value = line.substr(p + 1), name = line.substr(0, p);
-    if (name == value || (version != nullptr && name == value + " " + version->value)) return value;
+    const std::string_view head(line.data(), p), tail(line.data() + p + 1, line.size() - p - 1);
+    if (head == tail || (version != nullptr && head.size() == tail.size() + 1 + version->size() &&
+                         head.compare(0, tail.size(), tail) == 0 && head[tail.size()] == ' ' &&
+                         head.substr(tail.size() + 1) == *version)) {
+      return tail;
+    }
   }
-  return e.value;
+  return value;
 }
 
-// The text a source names, or null when it is absent.
-const std::string* resolve(const Source& src, const std::vector<const Element*>& chain,
-                           const Attribute* row_attr, std::string* scratch) {
-  switch (src.what) {
-    case Source::kRowValue:
-      return row_attr ? &row_attr->value : nullptr;
-    case Source::kRowMeta:
-      return row_attr ? find_meta(row_attr->meta, src.key) : nullptr;
-    case Source::kRowSuffix:
-      if (!row_attr) return nullptr;
-      *scratch = suffix(row_attr->name);
-      return scratch;
-    default:
-      break;
+// What a node keeps of its current element: views into the document text,
+// which stays in place until the file's rows are done.
+struct NodeState {
+  bool present = false;  // an element matched since the node was last cleared
+  bool matched = false;  // a capture: its element has been seen in the parent's
+  std::string_view name, value;
+  std::vector<std::string_view> slot;
+  std::vector<char> has, seen;
+  // Attributes that make rows (warnings, name servers), with their annotations.
+  struct RowAttribute {
+    std::string_view name, value;
+    std::vector<std::pair<std::string_view, std::string_view>> metas;
+  };
+  std::vector<RowAttribute> row_attributes;
+  size_t row_attribute_count = 0;
+
+  void clear() {
+    present = matched = false;
+    std::fill(has.begin(), has.end(), 0);
+    std::fill(seen.begin(), seen.end(), 0);
+    row_attribute_count = 0;
   }
-  if (src.what == Source::kNone || static_cast<size_t>(src.up) >= chain.size()) return nullptr;
-  const Element* e = chain[chain.size() - 1 - src.up];
-  for (const std::string& name : src.down) {
-    const Element* next = nullptr;
-    for (const Element& c : e->children) {
-      if (c.name == name) {
-        next = &c;
+};
+
+}  // namespace
+
+class RowMapper::Impl : public invread::DocumentHandler {
+ public:
+  Impl(const ScanFile& file, RowSink* sink) : file_(file), sink_(sink), plan_(plan()) {
+    state_.resize(plan_.nodes.size());
+    for (size_t n = 0; n < plan_.nodes.size(); ++n) {
+      state_[n].slot.resize(plan_.nodes[n].slots);
+      state_[n].has.assign(plan_.nodes[n].slots, 0);
+      state_[n].seen.assign(plan_.nodes[n].attrs.size(), 0);
+    }
+    rows_.resize(tables().size());
+    for (size_t t = 0; t < tables().size(); ++t) rows_[t].resize(tables()[t].columns.size());
+    positions_.assign(tables().size(), 0);
+  }
+
+  void start_document() {
+    top_seen_ = leaf_open_ = false;
+    depth_ = 0;
+    clear_targets();
+  }
+
+  void element(bool parent, std::string_view name, std::string_view value, size_t depth) override {
+    if (leaf_open_) end_element();
+    clear_targets();
+    if (frames_.size() <= depth) frames_.resize(depth + 1);
+    frames_[depth].clear();
+    depth_ = depth + 1;
+    leaf_open_ = !parent;
+    if (depth == 0) {
+      // Only the first top element of a document counts, and only the
+      // first document of each kind.
+      if (top_seen_) return;
+      top_seen_ = true;
+      if (name == "Snapshot" && !state_[kSnapshotNode].present) {
+        activate(kSnapshotNode, name, value);
+      } else if (name == "AssetInfo" && !state_[kAssetNode].present) {
+        activate(kAssetNode, name, value);
+      }
+      return;
+    }
+    for (int outer : frames_[depth - 1]) {
+      for (int c : plan_.nodes[outer].children) {
+        const Node& n = plan_.nodes[c];
+        if (n.capture) {
+          if (state_[c].matched || name != n.pattern_text) continue;
+          state_[c].matched = true;
+        } else if (!n.pattern.matches(name)) {
+          continue;
+        }
+        activate(c, name, value);
+      }
+    }
+  }
+
+  void attribute(std::string_view name, std::string_view value) override {
+    clear_targets();
+    if (depth_ == 0) return;
+    for (int n : frames_[depth_ - 1]) {
+      const Node& node = plan_.nodes[n];
+      NodeState& s = state_[n];
+      const int w = node.find_attr(name);
+      if (w >= 0 && !s.seen[w]) {
+        s.seen[w] = 1;
+        const AttrWant& want = node.attrs[w];
+        if (want.value_slot >= 0) {
+          s.slot[want.value_slot] = value;
+          s.has[want.value_slot] = 1;
+        }
+        if (!want.metas.empty()) meta_targets_.emplace_back(&s, &want.metas);
+      }
+      for (int t : node.attr_row_tables) {
+        if (!plan_.row_attributes[t].matches(name)) continue;
+        if (s.row_attribute_count == s.row_attributes.size()) s.row_attributes.emplace_back();
+        NodeState::RowAttribute& a = s.row_attributes[s.row_attribute_count++];
+        a.name = name;
+        a.value = value;
+        a.metas.clear();
+        row_attribute_targets_.push_back(&a);
         break;
       }
     }
-    if (next == nullptr) return nullptr;
-    e = next;
   }
-  switch (src.what) {
-    case Source::kAttr: {
-      const Attribute* a = find_attr(*e, src.attr);
-      return a ? &a->value : nullptr;
+
+  void annotation(bool on_attribute, std::string_view key, std::string_view text) override {
+    if (depth_ == 0) return;
+    if (on_attribute) {
+      for (const auto& t : meta_targets_) set_meta(t.first, *t.second, key, text);
+      for (NodeState::RowAttribute* a : row_attribute_targets_) a->metas.emplace_back(key, text);
+      return;
     }
-    case Source::kAttrMeta: {
-      const Attribute* a = find_attr(*e, src.attr);
-      return a ? find_meta(a->meta, src.key) : nullptr;
-    }
-    case Source::kValue:
-      return &e->value;
-    case Source::kNameValue:
-      *scratch = recovered_value(*e);
-      return scratch;
-    case Source::kMeta:
-      return find_meta(e->meta, src.key);
-    case Source::kSuffix:
-      *scratch = suffix(e->name);
-      return scratch;
-    case Source::kName:
-      return &e->name;
-    default:
-      return nullptr;
+    for (int n : frames_[depth_ - 1]) set_meta(&state_[n], plan_.nodes[n].metas, key, text);
   }
-}
 
-class Mapper {
- public:
-  Mapper(const ScanFile& file, const Documents& docs, RowSink* sink)
-      : file_(file), docs_(docs), sink_(sink), host_key_(host_key(docs)) {}
+  void close() override {
+    if (leaf_open_) end_element();
+    end_element();
+  }
 
-  bool run(std::string* error) {
-    warnings_ = count_warnings();
-    const std::vector<Table>& all = tables();
-    for (size_t i = 0; i < all.size(); ++i) {
-      table_ = &all[i];
-      sources_ = &compiled().sources[i];
-      filled_ = &compiled().filled[i];
-      path_ = &compiled().paths[i];
-      row_attribute_ = &compiled().row_attributes[i];
-      position_ = 0;
-      const Element* top = table_->path[0] == "Snapshot" ? docs_.snapshot : docs_.assetinfo;
-      if (top == nullptr) {
+  void end() override {
+    if (leaf_open_) end_element();
+  }
+
+  bool found() const { return state_[kSnapshotNode].present || state_[kAssetNode].present; }
+
+  bool finish(std::string* error) {
+    if (ok_) {
+      host_key_ = host_key();
+      const std::vector<Table>& all = tables();
+      for (size_t t = 0; t < all.size(); ++t) {
+        if (!all[t].single) continue;
+        const int top = all[t].path[0] == "Snapshot" ? kSnapshotNode : kAssetNode;
         // Every file gets its scans row, documents or not.
-        if (table_->name == "scans" && !emit({}, nullptr, error)) return false;
-        continue;
+        if (state_[top].present || all[t].name == "scans") emit(static_cast<int>(t), nullptr);
       }
-      std::vector<const Element*> chain{top};
-      if (!walk(chain, 1, error)) return false;
     }
-    return true;
+    if (!ok_) *error = error_;
+    return ok_;
   }
+
+  bool ok() const { return ok_; }
+  const std::string& error() const { return error_; }
 
  private:
-  int64_t count_warnings() const {
-    int64_t n = 0;
-    if (docs_.snapshot == nullptr) return 0;
-    for (const Element& c : docs_.snapshot->children) {
-      for (const Attribute& a : c.attrs) {
-        if (name_matches("Warning:N", a.name)) ++n;
-      }
-    }
-    return n;
+  void clear_targets() {
+    meta_targets_.clear();
+    row_attribute_targets_.clear();
   }
 
-  bool walk(std::vector<const Element*>& chain, size_t depth, std::string* error) {
-    if (depth == table_->path.size()) {
-      if (table_->row_attribute.empty()) return emit(chain, nullptr, error);
-      for (const Attribute& a : chain.back()->attrs) {
-        if (row_attribute_->matches(a.name) && !emit(chain, &a, error)) return false;
+  static void set_meta(NodeState* s, const std::vector<std::pair<std::string, int>>& metas,
+                       std::string_view key, std::string_view text) {
+    for (const auto& m : metas) {
+      if (m.first == key && !s->has[m.second]) {
+        s->slot[m.second] = text;
+        s->has[m.second] = 1;
+      }
+    }
+  }
+
+  void activate(int node, std::string_view name, std::string_view value) {
+    NodeState& s = state_[node];
+    const bool matched = s.matched;
+    s.clear();
+    s.matched = matched;
+    s.present = true;
+    s.name = name;
+    s.value = value;
+    for (int c : plan_.nodes[node].captures_below) state_[c].clear();
+    frames_[depth_ - 1].push_back(node);
+  }
+
+  // The innermost element has ended: its rows are complete.
+  void end_element() {
+    leaf_open_ = false;
+    clear_targets();
+    if (depth_ == 0) return;
+    for (int n : frames_[depth_ - 1]) {
+      const Node& node = plan_.nodes[n];
+      NodeState& s = state_[n];
+      for (int t : node.row_tables) emit(t, nullptr);
+      for (int t : node.attr_row_tables) {
+        for (size_t i = 0; i < s.row_attribute_count; ++i) {
+          if (plan_.row_attributes[t].matches(s.row_attributes[i].name)) {
+            emit(t, &s.row_attributes[i]);
+          }
+        }
+      }
+      if (n == plan_.uuid_node && uuid_.empty() && s.has[plan_.uuid_slot]) {
+        uuid_ = std::string(s.slot[plan_.uuid_slot]);
+      }
+    }
+    --depth_;
+  }
+
+  const std::string_view* slot(int node, int slot) const {
+    const NodeState& s = state_[node];
+    return s.has[slot] ? &s.slot[slot] : nullptr;
+  }
+
+  // "uuid:" and the SMBIOS UUID, else "mac:" and the summary's MAC address,
+  // else "name:" and the host name.
+  std::string host_key() const {
+    if (!uuid_.empty()) return "uuid:" + uuid_;
+    const std::string_view* mac = slot(kAssetNode, plan_.asset_mac);
+    if (mac != nullptr && !mac->empty() && *mac != "00-00-00-00-00") {
+      return "mac:" + std::string(*mac);
+    }
+    const std::string_view* name = slot(kAssetNode, plan_.asset_hostname);
+    if (name == nullptr) name = slot(kSnapshotNode, plan_.snapshot_hostname);
+    return "name:" + (name ? std::string(*name) : std::string());
+  }
+
+  // The text of a column into *out; false when the document does not have it.
+  bool text(const ColumnRef& c, const NodeState::RowAttribute* ra, std::string_view* out) {
+    if (c.how >= ColumnRef::kRowValue) {
+      if (ra == nullptr) return false;
+      if (c.how == ColumnRef::kRowValue) {
+        *out = ra->value;
+      } else if (c.how == ColumnRef::kRowSuffix) {
+        *out = suffix(ra->name);
+      } else {
+        for (const auto& m : ra->metas) {
+          if (m.first == c.key) {
+            *out = m.second;
+            return true;
+          }
+        }
+        return false;
       }
       return true;
     }
-    for (const Element& c : chain.back()->children) {
-      if (!(*path_)[depth].matches(c.name)) continue;
-      chain.push_back(&c);
-      const bool ok = walk(chain, depth + 1, error);
-      chain.pop_back();
-      if (!ok) return false;
-      if (table_->single) break;
+    const NodeState& s = state_[c.node];
+    if (!s.present) return false;
+    switch (c.how) {
+      case ColumnRef::kSlot:
+        *out = s.slot[c.slot];
+        return s.has[c.slot] != 0;
+      case ColumnRef::kValue:
+        *out = s.value;
+        return true;
+      case ColumnRef::kName:
+        *out = s.name;
+        return true;
+      case ColumnRef::kSuffix:
+        *out = suffix(s.name);
+        return true;
+      case ColumnRef::kNameValue:
+        *out =
+            recovered_value(s.name, s.value, s.has[c.slot] ? &s.slot[c.slot] : nullptr, &scratch_);
+        return true;
+      default:
+        return false;
     }
-    return true;
   }
 
-  bool emit(const std::vector<const Element*>& chain, const Attribute* row_attr,
-            std::string* error) {
-    // One row buffer for the whole file: its strings keep their capacity,
-    // so a row costs no allocation once the longest values have been seen.
-    row_.resize(table_->columns.size());
-    ++position_;
-    for (size_t c = 0; c < table_->columns.size(); ++c) {
-      const Column& col = table_->columns[c];
-      Value& v = row_[c];
-      if (col.source.empty()) {
-        fill((*filled_)[c], &v);
+  // The part of a name after its colon ("" without one).
+  static std::string_view suffix(std::string_view name) {
+    const size_t colon = name.find(':');
+    return colon == std::string_view::npos ? std::string_view() : name.substr(colon + 1);
+  }
+
+  void emit(int t, const NodeState::RowAttribute* ra) {
+    if (!ok_) return;
+    const Table& table = tables()[t];
+    const std::vector<ColumnRef>& cols = plan_.columns[t];
+    Row& row = rows_[t];
+    const int64_t position = ++positions_[t];
+    for (size_t c = 0; c < cols.size(); ++c) {
+      Value& v = row[c];
+      if (cols[c].how == ColumnRef::kFill) {
+        fill(cols[c].fill, position, &v);
         continue;
       }
-      const std::string* text = resolve((*sources_)[c], chain, row_attr, &scratch_);
-      if (text == nullptr) {
-        v.kind = Value::kNull;
+      std::string_view s;
+      if (cols[c].how != ColumnRef::kNull && text(cols[c], ra, &s)) {
+        convert_into(table.columns[c].conv, s, &v);
       } else {
-        convert_into(col.conv, *text, &v);
+        v.kind = Value::kNull;
       }
     }
-    return sink_->row(*table_, row_, error);
+    if (t == plan_.warnings_table) ++warnings_;
+    ok_ = sink_->row(table, row, &error_);
   }
 
-  void fill(Fill what, Value* v) const {
+  void fill(Fill what, int64_t position, Value* v) const {
     const std::string* text = nullptr;
     int64_t n = 0;
     switch (what) {
@@ -870,7 +1210,7 @@ class Mapper {
         text = &file_.file_name;
         break;
       case Fill::kPosition:
-        n = position_;
+        n = position;
         break;
       case Fill::kFileSize:
         n = static_cast<int64_t>(file_.size);
@@ -892,19 +1232,65 @@ class Mapper {
   }
 
   const ScanFile& file_;
-  const Documents& docs_;
   RowSink* sink_;
-  std::string host_key_;
-  const Table* table_ = nullptr;
-  const std::vector<Source>* sources_ = nullptr;
-  const std::vector<Fill>* filled_ = nullptr;
-  const std::vector<Pattern>* path_ = nullptr;
-  const Pattern* row_attribute_ = nullptr;
-  Row row_;
-  std::string scratch_;
-  int64_t position_ = 0;
+  const Plan& plan_;
+  std::vector<NodeState> state_;
+  // The nodes each open element matches (the elements' depth is the index;
+  // depth_ of them are in use). The vectors keep their capacity.
+  std::vector<std::vector<int>> frames_;
+  size_t depth_ = 0;
+  bool leaf_open_ = false;  // the innermost element is a "*" line, ended by the next line
+  bool top_seen_ = false;
+  // Where annotations of the latest attribute go.
+  std::vector<std::pair<NodeState*, const std::vector<std::pair<std::string, int>>*>> meta_targets_;
+  std::vector<NodeState::RowAttribute*> row_attribute_targets_;
+  // One row buffer per table: its strings keep their capacity, so a row
+  // costs no allocation once the longest values have been seen.
+  std::vector<Row> rows_;
+  std::vector<int64_t> positions_;
   int64_t warnings_ = 0;
+  std::string uuid_, host_key_, scratch_;
+  bool ok_ = true;
+  std::string error_;
 };
+
+RowMapper::RowMapper(const ScanFile& file, RowSink* sink) : impl_(new Impl(file, sink)) {}
+RowMapper::~RowMapper() = default;
+invread::DocumentHandler* RowMapper::document() {
+  impl_->start_document();
+  return impl_.get();
+}
+bool RowMapper::found() const {
+  return impl_->found();
+}
+bool RowMapper::ok() const {
+  return impl_->ok();
+}
+const std::string& RowMapper::error() const {
+  return impl_->error();
+}
+bool RowMapper::finish(std::string* error) {
+  return impl_->finish(error);
+}
+
+bool map_documents(const ScanFile& file, const std::vector<std::string>& texts, RowSink* sink,
+                   std::string* error) {
+  RowMapper mapper(file, sink);
+  for (const std::string& text : texts) {
+    invread::DocumentParser parser(mapper.document(), true);
+    if (!parser.feed(text.data(), text.size()) || !parser.finish()) {
+      *error = parser.error();
+      return false;
+    }
+    if (!mapper.ok()) {
+      *error = mapper.error();
+      return false;
+    }
+  }
+  return mapper.finish(error);
+}
+
+namespace {
 
 bool days_from_civil_ok(int y, int m, int d) {
   static const int kDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
@@ -934,7 +1320,7 @@ void civil_from_days(int64_t z, int64_t* y, int* m, int* d) {
   *y = yoe + era * 400 + (*m <= 2);
 }
 
-int digits(const std::string& s, size_t at, size_t n) {
+int digits(std::string_view s, size_t at, size_t n) {
   int v = 0;
   for (size_t i = at; i < at + n; ++i) v = v * 10 + (s[i] - '0');
   return v;
@@ -1006,23 +1392,29 @@ std::string Value::display() const {
   }
 }
 
-bool parse_int(const std::string& s, int64_t* out) {
+bool parse_int(std::string_view s, int64_t* out) {
   const bool negative = !s.empty() && s[0] == '-';
   const size_t start = negative ? 1 : 0;
-  if (!all_digits(s, start) || s.size() - start > 19) return false;
-  // Accumulated negatively, so that INT64_MIN fits; overflow is refused.
-  int64_t v = 0;
+  if (s.size() == start || s.size() - start > 19) return false;
+  // Nineteen digits always fit in 64 unsigned bits; the sign's range is
+  // checked after.
+  uint64_t v = 0;
   for (size_t i = start; i < s.size(); ++i) {
-    if (__builtin_mul_overflow(v, 10, &v) || __builtin_sub_overflow(v, s[i] - '0', &v)) {
-      return false;
-    }
+    const unsigned d = static_cast<unsigned char>(s[i]) - static_cast<unsigned>('0');
+    if (d > 9) return false;
+    v = v * 10 + d;
   }
-  if (!negative && v == INT64_MIN) return false;
-  *out = negative ? v : -v;
+  constexpr uint64_t kMax = static_cast<uint64_t>(INT64_MAX);
+  if (v > kMax + (negative ? 1 : 0)) return false;
+  if (!negative) {
+    *out = static_cast<int64_t>(v);
+  } else {
+    *out = v == kMax + 1 ? INT64_MIN : -static_cast<int64_t>(v);
+  }
   return true;
 }
 
-bool timestamp_to_utc(const std::string& s, std::string* out) {
+bool timestamp_to_utc(std::string_view s, std::string* out) {
   // YYYYMMDDhhmmss.000000 then a sign and the offset in minutes.
   if (s.size() < 23 || !all_digits(s.substr(0, 14), 0) || s.compare(14, 7, ".000000") != 0 ||
       (s[21] != '+' && s[21] != '-') || !all_digits(s, 22) || s.size() > 27) {
@@ -1031,7 +1423,7 @@ bool timestamp_to_utc(const std::string& s, std::string* out) {
   const int y = digits(s, 0, 4), mo = digits(s, 4, 2), d = digits(s, 6, 2);
   const int h = digits(s, 8, 2), mi = digits(s, 10, 2), sec = digits(s, 12, 2);
   if (!days_from_civil_ok(y, mo, d) || h > 23 || mi > 59 || sec > 60) return false;
-  const int64_t offset = std::strtoll(s.c_str() + 22, nullptr, 10) * (s[21] == '-' ? -1 : 1);
+  const int64_t offset = digits(s, 22, s.size() - 22) * (s[21] == '-' ? -1 : 1);
   const int64_t t = days_from_civil(y, mo, d) * 86400 + h * 3600 + mi * 60 + sec - offset * 60;
   int64_t days = t / 86400, rem = t % 86400;
   if (rem < 0) {
@@ -1042,15 +1434,19 @@ bool timestamp_to_utc(const std::string& s, std::string* out) {
   int mm, dd;
   civil_from_days(days, &yy, &mm, &dd);
   if (yy < 0 || yy > 9999) return false;
-  char buf[32];
-  std::snprintf(buf, sizeof buf, "%04d-%02d-%02dT%02d:%02d:%02dZ", static_cast<int>(yy), mm, dd,
-                static_cast<int>(rem / 3600), static_cast<int>(rem / 60 % 60),
-                static_cast<int>(rem % 60));
-  *out = buf;
+  // YYYY-MM-DDThh:mm:ssZ, every field in range and of fixed width.
+  char buf[] = "0000-00-00T00:00:00Z";
+  const int64_t fields[] = {yy, mm, dd, rem / 3600, rem / 60 % 60, rem % 60};
+  const int ends[] = {3, 6, 9, 12, 15, 18};  // the last digit of each field
+  for (int f = 0; f < 6; ++f) {
+    int64_t v = fields[f];
+    for (int at = ends[f]; v > 0; --at, v /= 10) buf[at] = static_cast<char>('0' + v % 10);
+  }
+  out->assign(buf, sizeof buf - 1);
   return true;
 }
 
-bool interval_to_seconds(const std::string& s, int64_t* out) {
+bool interval_to_seconds(std::string_view s, int64_t* out) {
   // DDDDDDDDhhmmss.000000:000
   if (s.size() != 25 || !all_digits(s.substr(0, 14), 0) || s.compare(14, 11, ".000000:000") != 0) {
     return false;
@@ -1060,7 +1456,7 @@ bool interval_to_seconds(const std::string& s, int64_t* out) {
   return true;
 }
 
-void convert_into(Conv c, const std::string& text, Value* v) {
+void convert_into(Conv c, std::string_view text, Value* v) {
   int64_t n = 0;
   bool ok = false;
   switch (c) {
@@ -1077,8 +1473,8 @@ void convert_into(Conv c, const std::string& text, Value* v) {
       ok = parse_int(text, &n);
       break;
     case Conv::kFlag:
-      ok = text == "1" || text == "true" || text == "0" || text == "false";
       n = text == "1" || text == "true" ? 1 : 0;
+      ok = n == 1 || text == "0" || text == "false";
       break;
     case Conv::kBytes:
       ok = parse_int(text, &n) && n >= 0;
@@ -1091,35 +1487,11 @@ void convert_into(Conv c, const std::string& text, Value* v) {
   v->i = ok ? n : 0;
 }
 
-Value convert(Conv c, const std::string& text) {
+Value convert(Conv c, std::string_view text) {
   Value v;
   convert_into(c, text, &v);
   if (v.kind != Value::kText) v.s.clear();
   return v;
-}
-
-std::string host_key(const Documents& docs) {
-  if (docs.snapshot != nullptr) {
-    for (const Element& sys : docs.snapshot->children) {
-      if (sys.name != "System") continue;
-      for (const Element& cs : sys.children) {
-        const Attribute* uuid = cs.name == "Computer-system" ? find_attr(cs, "uuid") : nullptr;
-        if (uuid != nullptr && !uuid->value.empty()) return "uuid:" + uuid->value;
-      }
-    }
-  }
-  const Element* a = docs.assetinfo;
-  const Attribute* mac = a ? find_attr(*a, "mac-address") : nullptr;
-  if (mac != nullptr && !mac->value.empty() && mac->value != "00-00-00-00-00") {
-    return "mac:" + mac->value;
-  }
-  const Attribute* name = a ? find_attr(*a, "hostname") : nullptr;
-  if (name == nullptr && docs.snapshot != nullptr) name = find_attr(*docs.snapshot, "hostname");
-  return "name:" + (name ? name->value : std::string());
-}
-
-bool map_rows(const ScanFile& file, const Documents& docs, RowSink* sink, std::string* error) {
-  return Mapper(file, docs, sink).run(error);
 }
 
 }  // namespace invtab

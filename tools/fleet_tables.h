@@ -7,7 +7,9 @@
 #define QUILLSCAN_TOOLS_FLEET_TABLES_H_
 
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/inv_reader.h"
@@ -52,7 +54,7 @@ struct Table {
   std::string description;
   // Element names from the document's top element down to the row element;
   // "name:N" matches a number after the colon, "name:*" any text, "*" any
-  // element. Empty for the scans table, which the exporter fills itself.
+  // element.
   std::vector<std::string> path;
   // For tables whose rows are attributes of the path's element ("Warning:N").
   std::string row_attribute;
@@ -111,36 +113,55 @@ struct ScanFile {
   uint64_t size = 0;
 };
 
-// A decoded file: its top elements by name ("Snapshot", "AssetInfo").
-struct Documents {
-  const invread::Element* snapshot = nullptr;
-  const invread::Element* assetinfo = nullptr;
-};
-
-// Receives the rows of one file, table by table in table order, rows in
-// document order.
+// Receives the rows of one file, each table's rows in document order.
 class RowSink {
  public:
   virtual ~RowSink() = default;
-  virtual bool row(const Table& t, const Row& r, std::string* error) = 0;
+  // The sink may take the row's values (swap them out): each row's values
+  // are all set anew.
+  virtual bool row(const Table& t, Row& r, std::string* error) = 0;
 };
 
-// Maps the documents of one file to rows. Returns false only when the sink
-// refuses a row.
-bool map_rows(const ScanFile& file, const Documents& docs, RowSink* sink, std::string* error);
+// Maps the documents of one file to rows while they are parsed, without a
+// tree: a row goes to the sink as soon as its element ends. The first
+// document whose top element is "Snapshot" and the first with "AssetInfo"
+// are mapped; other documents map nothing. The one-per-scan tables (scans,
+// hosts, asset_summary), which need both documents, are written by
+// finish(). The mapper keeps views into the text given to the parsers, so
+// each document's text must stay in place, unchanged, until finish().
+class RowMapper {
+ public:
+  RowMapper(const ScanFile& file, RowSink* sink);
+  ~RowMapper();
+  RowMapper(const RowMapper&) = delete;
+  RowMapper& operator=(const RowMapper&) = delete;
+  // The handler for the parser of the file's next document.
+  invread::DocumentHandler* document();
+  // Whether a Snapshot or AssetInfo document has been seen.
+  bool found() const;
+  // False once the sink has refused a row; error() says why.
+  bool ok() const;
+  const std::string& error() const;
+  // Writes the one-per-scan rows. False when the sink refused a row.
+  bool finish(std::string* error);
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+// Maps whole document texts, in file order, to rows.
+bool map_documents(const ScanFile& file, const std::vector<std::string>& texts, RowSink* sink,
+                   std::string* error);
 
 // The conversions, exposed for tests.
-bool parse_int(const std::string& s, int64_t* out);
-bool timestamp_to_utc(const std::string& s, std::string* out);
-bool interval_to_seconds(const std::string& s, int64_t* out);
-Value convert(Conv c, const std::string& text);
+bool parse_int(std::string_view s, int64_t* out);
+bool timestamp_to_utc(std::string_view s, std::string* out);
+bool interval_to_seconds(std::string_view s, int64_t* out);
+Value convert(Conv c, std::string_view text);
 // The same into an existing value, reusing its string (the text of a value
 // that is not text is left unspecified).
-void convert_into(Conv c, const std::string& text, Value* v);
-
-// The host key of a scan: "uuid:" and the SMBIOS UUID, else "mac:" and the
-// summary's MAC address, else "name:" and the host name.
-std::string host_key(const Documents& docs);
+void convert_into(Conv c, std::string_view text, Value* v);
 
 }  // namespace invtab
 
