@@ -15,7 +15,9 @@ host has, and only ever talks to the hosts' own addresses. Both namespaces
 are held by processes of this module and end with them.
 """
 import ipaddress
+import json
 import os
+import shutil
 import subprocess
 import time
 
@@ -171,12 +173,46 @@ class Network:
         self._control_nets[network] = free
         self._ip(self.control, "addr add %s/%d dev ctl0" % (free, network.prefixlen))
 
-    def known_hosts(self, path):
-        """Writes the known_hosts lines of every SSH host started."""
-        with open(path, "w") as f:
+    def client_key(self):
+        """A new key pair of the control side (self.dir/id), authorized on
+        every SSH host started afterwards; returns the private key's path."""
+        os.makedirs(self.shared, exist_ok=True)
+        key = os.path.join(self.dir, "id")
+        with open(os.path.join(self.shared, "authorized_keys"), "a") as f:
+            f.write(keygen(key) + "\n")
+        return key
+
+    def applets(self, names):
+        """A folder of busybox applets visible in every host: the userland
+        of an ESXi host's shell. Returns its path."""
+        path = os.path.join(self.shared, "applets")
+        os.makedirs(path)
+        for name in names:
+            os.symlink(shutil.which("busybox"), os.path.join(path, name))
+        return path
+
+    def ssh_args(self):
+        """ssh options that trust exactly the host keys of the SSH hosts
+        started, by their addresses, and read no configuration file."""
+        known = os.path.join(self.dir, "known_hosts")
+        with open(known, "w") as f:
             for h in self.hosts:
                 if h.host_key:
                     f.write("%s %s\n" % (h.address, h.host_key))
+        return "-F none -o StrictHostKeyChecking=yes -o UserKnownHostsFile=" + known
+
+    def run_playbook(self, playbook, inventory, cwd):
+        """Runs ansible-playbook on the control side with the inventory (a
+        dict) in cwd, with its own Ansible home there. Returns (exit status,
+        output, seconds)."""
+        with open(os.path.join(cwd, "inventory.json"), "w") as f:
+            json.dump(inventory, f)
+        env = dict(os.environ, ANSIBLE_CONFIG=os.path.join(os.path.dirname(playbook), "ansible.cfg"),
+                   ANSIBLE_HOME=os.path.join(cwd, ".ansible"), ANSIBLE_NOCOLOR="1")
+        start = time.monotonic()
+        proc = self.run(["ansible-playbook", "-i", "inventory.json", playbook], cwd=cwd, env=env,
+                        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=1800)
+        return proc.returncode, proc.stdout.decode(errors="replace"), time.monotonic() - start
 
     def close(self):
         procs = [h.proc for h in self.hosts] + [self._switch_proc, self._control_proc]
