@@ -28,11 +28,14 @@ SSHD = "/usr/sbin/sshd"
 # The account OpenSSH's server drops its privileges to, and its empty
 # directory (the simulated hosts bring their own /etc/passwd without it);
 # a shadow entry for root without a usable password, since without one the
-# server takes the account for locked and refuses even a key.
+# server takes the account for locked and refuses even a key. The server's
+# log of refused logins is a link, which it declines to write through, so
+# that a host's change list holds only what its clients left.
 SSHD_SETUP = """\
 echo 'sshd:x:74:65534:sshd privilege separation:/run/sshd:/usr/sbin/nologin' >> /etc/passwd
 echo 'root:*:19000:0:99999:7:::' > /etc/shadow
-mkdir -p /run/sshd
+mkdir -p /run/sshd /var/log
+ln -sf /dev/null /var/log/btmp
 """
 
 SSHD_CONFIG = """\
@@ -121,7 +124,7 @@ class Network:
         first; with sshd, serving SSH on port 22 with a key of its own to
         the keys in SHARED/authorized_keys (SHARED: the folder self.shared,
         visible read-only in every host)."""
-        workdir = os.path.join(self.dir, "host-%d-%s" % (len(self.hosts), host))
+        workdir = os.path.join(self.dir, "host-%d-%s" % (len(self.hosts), os.path.basename(host)))
         os.mkdir(workdir)
         os.makedirs(self.shared, exist_ok=True)
         interfaces = [(ipaddress.ip_interface(a), mac) for _, mac, a in

@@ -2,9 +2,10 @@
 hosts over OpenSSH, on a private network of the test's own (sim/simnet.py).
 
 esxi67 (capture; no Python on the session's PATH) and esx41 (binary) must
-succeed, esxi90 (binary, /tmp mounted noexec) must fail at its scan, and
-bare, which runs no SSH server, must be reported as refusing the
-connection. The play runs twice, as on a second run the same day.
+succeed, esxi90 (binary, /tmp mounted noexec) must fail at its scan, bare,
+which runs no SSH server, must be reported as refusing the connection, and
+a login to esxi67 as an account it lacks as refused. The play runs twice,
+as on a second run the same day.
 """
 import os
 import re
@@ -74,10 +75,14 @@ class AnsibleFleet(unittest.TestCase):
             "hosts": {n: {"ansible_host": h.address} for n, h in hosts.items()}}}
         for name in ("esx41", "esxi90"):
             inventory["all"]["hosts"][name]["quillscan_method"] = "binary"
+        # A login the host refuses: an account it does not have.
+        inventory["all"]["hosts"]["esxi67-login"] = {"ansible_host": hosts["esxi67"].address,
+                                                     "ansible_user": "operator"}
         cls.runs = []
         for _ in range(2):
             rc, out, seconds = net.run_playbook(PLAYBOOK, inventory, tmp)
-            sys.stderr.write("ansible-playbook over %d hosts: %.1f s\n" % (len(hosts), seconds))
+            sys.stderr.write("ansible-playbook, %d inventory hosts: %.1f s\n" %
+                             (len(inventory["all"]["hosts"]), seconds))
             if os.environ.get("QS_SHOW_PLAY"):
                 sys.stderr.write(out)
             summary = sorted(cls.day_file("summary.tsv").splitlines())
@@ -128,7 +133,9 @@ class AnsibleFleet(unittest.TestCase):
                 "esxi67\tdone\t%s/esxi67/%s" % (day, [f for f in names["esxi67"]
                                                       if f.endswith(".inv")][0])]
         failed = ["bare\tconnect\tssh: connect to host %s port 22: Connection refused" %
-                  self.hosts["bare"].address]
+                  self.hosts["bare"].address,
+                  "esxi67-login\tconnect\toperator@%s: Permission denied (publickey)." %
+                  self.hosts["esxi67"].address]
         # The host's shell words the refusal to run the agent its own way.
         for summary in (summary1, summary2):
             self.assertRegex(summary.pop(), r"^esxi90\tscan\t.*quillscan: Permission denied$")
@@ -138,7 +145,8 @@ class AnsibleFleet(unittest.TestCase):
              for d in done] + failed))
         for rc, out in ((rc1, out1), (rc2, out2)):
             self.assertEqual(rc, 2, out)
-            for host, failures in (("esxi67", 0), ("esx41", 0), ("esxi90", 1), ("bare", 1)):
+            for host, failures in (("esxi67", 0), ("esx41", 0), ("esxi90", 1), ("bare", 1),
+                                   ("esxi67-login", 1)):
                 self.assertRegex(out, r"\n%s +: ok=\d+ +changed=\d+ +unreachable=0 +failed=%d "
                                  % (host, failures))
         # One scan per reachable host, loaded once although the play ran twice.
