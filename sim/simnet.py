@@ -14,10 +14,12 @@ gets one address in each subnet of the hosts, chosen among the addresses no
 host has, and only ever talks to the hosts' own addresses. Both namespaces
 are held by processes of this module and end with them.
 """
+import ctypes
 import ipaddress
 import json
 import os
 import shutil
+import signal
 import subprocess
 import time
 
@@ -64,10 +66,16 @@ def keygen(path):
         return f.read().strip()
 
 
+def _die_with_parent():
+    ctypes.CDLL(None).prctl(1, signal.SIGKILL)  # PR_SET_PDEATHSIG
+
+
 def _netns():
-    """A process in a new network namespace; returns (process, ns path)."""
+    """A process in a new network namespace, ended with its parent even
+    when that is killed; returns (process, ns path)."""
     proc = subprocess.Popen(["unshare", "--net", "--", "sh", "-c", "echo; exec sleep infinity"],
-                            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                            preexec_fn=_die_with_parent)
     if proc.stdout.readline() != b"\n":
         proc.wait()
         simlib.check_setup("the test network", 125, b"sim/run: could not start " +
@@ -99,17 +107,22 @@ class Host:
 class Network:
     def __init__(self, directory):
         self.dir = directory
-        # What every host sees, read-only: the authorized_keys file.
+        # What every host sees, read-only: authorized_keys and the applets.
         self.shared = os.path.join(directory, "shared")
         self.hosts = []
         self._used = set()
         self._control_nets = {}
         self._switch_proc, self.switch = _netns()
-        self._control_proc, self.control = _netns()
-        self._ip(self.switch, "link add br0 type bridge", "link set br0 up",
-                 "link add ctl0 type veth peer name ctl0p", "link set ctl0p master br0 up",
-                 "link set ctl0 netns " + self.control)
-        self._ip(self.control, "link set lo up", "link set ctl0 up")
+        self._control_proc, self.control = None, None
+        try:
+            self._control_proc, self.control = _netns()
+            self._ip(self.switch, "link add br0 type bridge", "link set br0 up",
+                     "link add ctl0 type veth peer name ctl0p", "link set ctl0p master br0 up",
+                     "link set ctl0 netns " + self.control)
+            self._ip(self.control, "link set lo up", "link set ctl0 up")
+        except BaseException:
+            self.close()
+            raise
 
     def _ip(self, ns, *commands):
         for c in commands:
@@ -219,7 +232,7 @@ class Network:
 
     def close(self):
         procs = [h.proc for h in self.hosts] + [self._switch_proc, self._control_proc]
-        for proc in procs:
+        for proc in filter(None, procs):
             if proc.poll() is None:
                 proc.kill()
                 proc.wait()
