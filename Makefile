@@ -27,10 +27,13 @@ FUZZ_SECONDS ?= 60
 DEMO_DIR ?= demo-scans
 DIST ?= dist
 
-# Debian packages the build and the simulated hosts need.
+# Debian packages the build and the simulated hosts need; the fleet
+# playbook's test and bench also run ansible-playbook, ssh and, inside the
+# simulated hosts, sshd.
 DEB_PACKAGES = cmake g++ zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev \
                python3 iproute2 util-linux procps \
-               libsqlite3-dev libssl-dev sqlite3 python3-jsonschema libmd-dev busybox
+               libsqlite3-dev libssl-dev sqlite3 python3-jsonschema libmd-dev busybox \
+               ansible-core openssh-client openssh-server
 # The 32-bit and 64-bit static builds (and the check of what they produced).
 ESXI_PACKAGES = cmake g++ g++-multilib lib32z1-dev zlib1g-dev binutils file
 # The static checker of "make lint".
@@ -139,6 +142,10 @@ bench: deps
 	QS_AGENT=$(abspath $(BENCH_BUILD)/quillscan) QS_BUILDER=$(abspath $(BENCH_BUILD)/quillscan-build) \
 	  QS_DECODER=$(abspath $(BENCH_BUILD)/quillscan-inv) QS_SOURCE_DIR=$(CURDIR) \
 	  python3 bench/bench_capture.py
+	@echo "== the Ansible playbook over 1, 2, 4 and 8 simulated hosts at forks=4"
+	QS_AGENT=$(abspath $(BENCH_BUILD)/quillscan) QS_BUILDER=$(abspath $(BENCH_BUILD)/quillscan-build) \
+	  QS_DECODER=$(abspath $(BENCH_BUILD)/quillscan-inv) QS_SOURCE_DIR=$(CURDIR) \
+	  python3 bench/bench_ansible.py
 
 demo: all
 	sim/demo $(BUILD) $(DEMO_DIR)

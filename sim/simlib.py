@@ -103,8 +103,19 @@ class ScanResult:
         return os.path.join(self.workdir, name)
 
 
+def check_setup(host, returncode, stderr):
+    """Skips the test (fails it under CI=true) when the machine does not
+    allow namespaces; raises SimError when sim/run could not set up the
+    host for another reason."""
+    if returncode == 125 and b"sim/run:" in stderr:
+        if (b"must run as root" in stderr or b"could not start" in stderr) and \
+                os.environ.get("CI") != "true":
+            raise unittest.SkipTest("skipped: namespaces not allowed")
+        raise SimError("the simulated host %s could not be set up:\n%s" % (host, _text(stderr)))
+
+
 def run_in_host(host, command, stdin=None, workdir_path=None, env=None, binds=(), timeout=600,
-                changes=False):
+                changes=False, setup=None):
     """Runs command (a list) inside the host via sim/run. Returns a
     ScanResult; stdout and stderr are text (undecodable bytes kept as
     surrogates). Raises SimError when the host could not be set up. With
@@ -119,6 +130,8 @@ def run_in_host(host, command, stdin=None, workdir_path=None, env=None, binds=()
         argv += ["--changes", changes_file]
     for b in binds:
         argv += ["--bind", b]
+    if setup:
+        argv += ["--setup", setup]
     argv += ["--"] + list(command)
     if isinstance(stdin, str):
         stdin = stdin.encode()
@@ -128,12 +141,7 @@ def run_in_host(host, command, stdin=None, workdir_path=None, env=None, binds=()
     proc = subprocess.run(argv, input=stdin if stdin is not None else b"",
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=proc_env,
                           timeout=timeout)
-    if proc.returncode == 125 and b"sim/run:" in proc.stderr:
-        if (b"must run as root" in proc.stderr or b"could not start" in proc.stderr) and \
-                os.environ.get("CI") != "true":
-            raise unittest.SkipTest("skipped: namespaces not allowed")
-        raise SimError("the simulated host %s could not be set up:\n%s" %
-                       (host, _text(proc.stderr)))
+    check_setup(host, proc.returncode, proc.stderr)
     files = sorted(set(os.listdir(workdir_path)) - before)
     calls_list = []
     if os.path.exists(calls_file):
@@ -147,14 +155,14 @@ def run_in_host(host, command, stdin=None, workdir_path=None, env=None, binds=()
                       workdir_path, calls_list, changed)
 
 
-def scan(host, args, stdin=None, workdir=None, tz=None, timeout=600):
+def scan(host, args, stdin=None, workdir=None, tz=None, timeout=600, setup=None):
     """Runs the agent with args inside host. tz, when given, is the TZ of
     the host's processes (otherwise the caller's TZ, or the machine's
-    local time)."""
+    local time); setup, a script run in the host first (sim/run --setup)."""
     binary = agent()
     env = {"TZ": tz} if tz is not None else None
     return run_in_host(host, [binary] + list(args), stdin=stdin, workdir_path=workdir, env=env,
-                       binds=[os.path.dirname(binary)], timeout=timeout)
+                       binds=[os.path.dirname(binary)], timeout=timeout, setup=setup)
 
 
 def calls(result):
