@@ -112,7 +112,7 @@ esxi: deps-esxi capture
 # The capture script runs as it is: copied, never generated.
 capture:
 	mkdir -p $(DIST)
-	cp capture/quillscan-capture $(DIST)/quillscan-capture
+	cp capture/quillscan-capture.sh $(DIST)/quillscan-capture
 	chmod 755 $(DIST)/quillscan-capture
 
 # The whole end-to-end suite with the host binary as the agent; the native

@@ -41,7 +41,7 @@ def main():
         if result.returncode != 0:
             raise SystemExit("the agent's scan failed: %s" % result.stderr)
 
-        with open(os.path.join(SOURCE_DIR, "capture", "quillscan-capture"), "rb") as f:
+        with open(os.path.join(SOURCE_DIR, "capture", "quillscan-capture.sh"), "rb") as f:
             script = f.read()
         capture_path = os.path.join(work, HOST + ".qscap")
         start = time.monotonic()

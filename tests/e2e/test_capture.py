@@ -25,7 +25,7 @@ import unittest
 import simlib
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-SCRIPT = os.path.join(simlib.SOURCE_DIR, "capture", "quillscan-capture")
+SCRIPT = os.path.join(simlib.SOURCE_DIR, "capture", "quillscan-capture.sh")
 BUSYBOX = shutil.which("busybox") or "/bin/busybox"
 APPLETS = ("od", "dd", "md5sum", "find", "tr", "date", "timeout", "stat")
 

@@ -2,12 +2,9 @@
 annotation the agent writes, as generalised paths ("Snapshot / VMs / vm:N /
 Devices / hdd:N @max-size ~units"): no path written but unlisted, none listed
 but never written (unless its row says so), no value against its type.
-
-    python3 test_format_reference.py --missing   prints rows the reference lacks
 """
 import os
 import re
-import sys
 import unittest
 
 import simlib
@@ -143,16 +140,5 @@ class FormatReferenceTest(unittest.TestCase):
                 self.assertRegex(value, "^(?:%s)$" % pattern, path)
 
 
-def print_missing():
-    with open(DOC, encoding="utf-8") as f:
-        rows = reference_rows(f.read())
-    for path in sorted(all_scans()):
-        if path not in rows:
-            print("| `%s` | text |  |  |  |" % path)
-
-
 if __name__ == "__main__":
-    if sys.argv[1:] == ["--missing"]:
-        print_missing()
-    else:
-        unittest.main()
+    unittest.main()

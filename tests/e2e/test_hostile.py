@@ -38,17 +38,25 @@ def is_asan(binary):
         return b"__asan_init" in f.read()
 
 
-def copy_host(variant_answers, vmware_v=None):
-    """A copy of the host whose commands answer as variant_answers says."""
-    d = os.path.join(simlib.workdir(), "hostile")
-    shutil.copytree(HOST_DIR, d, symlinks=True, ignore=shutil.ignore_patterns("__pycache__"))
-    if vmware_v is not None:
-        variant_answers = dict(variant_answers, **{"vmware_-v": vmware_v})
-    for key, data in variant_answers.items():
-        os.unlink(os.path.join(d, "commands", key + ".sh"))
-        with open(os.path.join(d, "commands", key), "wb") as f:
+def host_variant(host, files):
+    """A copy of sim/hosts/HOST with files (path in the folder: bytes) in place
+    of its own, or of the answer scripts (PATH.sh) of the same name."""
+    d = os.path.join(simlib.workdir(), host)
+    shutil.copytree(simlib.host_path(host), d, symlinks=True,
+                    ignore=shutil.ignore_patterns("__pycache__"))
+    for path, data in files.items():
+        path = os.path.join(d, path)
+        os.unlink(path if os.path.lexists(path) else path + ".sh")  # never write through a link
+        with open(path, "wb") as f:
             f.write(data)
     return d
+
+
+def copy_host(variant_answers, vmware_v=None):
+    """A copy of the host whose commands answer as variant_answers says."""
+    if vmware_v is not None:
+        variant_answers = dict(variant_answers, **{"vmware_-v": vmware_v})
+    return host_variant("hostile", {"commands/" + k: v for k, v in variant_answers.items()})
 
 
 def probe_scan(host, args):
@@ -199,17 +207,6 @@ class OutOfRangeTest(InjectionChecks):
                 progress = [l for l in result.stdout.split("\n") if l.endswith("%")]
                 self.assertEqual(progress, PROGRESS[:PROGRESS.index(last) + 1])
                 self.check_clean(result, report)
-
-
-def host_variant(host, files):
-    """A copy of sim/hosts/HOST with files (path in the folder: bytes) replaced."""
-    d = os.path.join(simlib.workdir(), host)
-    shutil.copytree(simlib.host_path(host), d, symlinks=True)
-    for path, data in files.items():
-        os.unlink(os.path.join(d, path))  # never write through a link
-        with open(os.path.join(d, path), "wb") as f:
-            f.write(data)
-    return d
 
 
 class UnguardedInputTest(InjectionChecks):
