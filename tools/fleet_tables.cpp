@@ -1350,7 +1350,8 @@ int Table::column_index(const std::string& n) const {
 std::string Table::source_path(const Column& c) const {
   if (c.source.empty()) return "";
   const Source s = parse_source(c.source);
-  std::vector<std::string> names(path.begin(), path.end() - std::min<size_t>(s.up, path.size()));
+  const auto keep = static_cast<std::ptrdiff_t>(path.size() - std::min<size_t>(s.up, path.size()));
+  std::vector<std::string> names(path.begin(), path.begin() + keep);
   names.insert(names.end(), s.down.begin(), s.down.end());
   std::string out;
   for (const std::string& n : names) {
@@ -1421,9 +1422,10 @@ bool timestamp_to_utc(std::string_view s, std::string* out) {
     return false;
   }
   const int y = digits(s, 0, 4), mo = digits(s, 4, 2), d = digits(s, 6, 2);
-  const int h = digits(s, 8, 2), mi = digits(s, 10, 2), sec = digits(s, 12, 2);
+  const int64_t h = digits(s, 8, 2), mi = digits(s, 10, 2), sec = digits(s, 12, 2);
   if (!days_from_civil_ok(y, mo, d) || h > 23 || mi > 59 || sec > 60) return false;
-  const int64_t offset = digits(s, 22, s.size() - 22) * (s[21] == '-' ? -1 : 1);
+  const int64_t offset =
+      static_cast<int64_t>(digits(s, 22, s.size() - 22)) * (s[21] == '-' ? -1 : 1);
   const int64_t t = days_from_civil(y, mo, d) * 86400 + h * 3600 + mi * 60 + sec - offset * 60;
   int64_t days = t / 86400, rem = t % 86400;
   if (rem < 0) {
@@ -1451,8 +1453,9 @@ bool interval_to_seconds(std::string_view s, int64_t* out) {
   if (s.size() != 25 || !all_digits(s.substr(0, 14), 0) || s.compare(14, 11, ".000000:000") != 0) {
     return false;
   }
-  *out = static_cast<int64_t>(digits(s, 0, 8)) * 86400 + digits(s, 8, 2) * 3600 +
-         digits(s, 10, 2) * 60 + digits(s, 12, 2);
+  *out = static_cast<int64_t>(digits(s, 0, 8)) * 86400 +
+         static_cast<int64_t>(digits(s, 8, 2)) * 3600 +
+         static_cast<int64_t>(digits(s, 10, 2)) * 60 + digits(s, 12, 2);
   return true;
 }
 
