@@ -1,6 +1,7 @@
 // Serialization cost against zlib's own: builds a snapshot-like tree of
-// about 50 MB of text, then times zXML::serialize (measure, write, compress,
-// frame) and zlib level 9 alone on the same text, and prints the ratio of
+// about 50 MB of text, then times zXML::serialize (text written and
+// compressed a batch at a time, then framed) and zlib level 9 alone on the
+// same text, and prints the ratio of
 // the medians of kRuns samples of each. The goal is that serialization adds
 // at most 10% to zlib's time.
 #include <zlib.h>

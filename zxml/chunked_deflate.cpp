@@ -6,6 +6,7 @@
 #include <assert.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -93,6 +94,74 @@ unsigned char* chunked_deflate(const void* data, unsigned long& length, unsigned
   deflateEnd(&strm);
   length = out.size();
   return out.release();
+}
+
+namespace {
+// Text gathered before it is fed to zlib, and the first output room.
+constexpr size_t kStreamBatch = 256u << 10;
+constexpr unsigned long kStreamStartOutput = 1ul << 20;
+}  // namespace
+
+struct DeflateStream::State {
+  State(unsigned long spare, const char* file, const char* function)
+      : out(kStreamStartOutput, spare), assert_file(file), assert_function(function) {}
+  z_stream strm{};
+  Output out;
+  const char* assert_file;
+  const char* assert_function;
+  int ret = Z_OK;
+};
+
+DeflateStream::DeflateStream(unsigned long spare, const char* assert_file,
+                             const char* assert_function)
+    : state_(new State(spare, assert_file, assert_function)) {
+  // As in chunked_deflate, a failed initialisation shows at the first call.
+  deflateInit(&state_->strm, Z_BEST_COMPRESSION);
+  pending_.resize(kStreamBatch);
+}
+
+DeflateStream::~DeflateStream() {
+  deflateEnd(&state_->strm);
+}
+
+char* DeflateStream::reserve(size_t n) {
+  if (used_ >= kStreamBatch) feed(false);
+  if (pending_.size() - used_ < n) pending_.resize(used_ + std::max(n, kStreamBatch));
+  return pending_.data() + used_;
+}
+
+void DeflateStream::commit(size_t used) {
+  used_ += used;
+}
+
+void DeflateStream::append(const char* text, size_t n) {
+  if (n != 0) std::memcpy(reserve(n), text, n);
+  commit(n);
+}
+
+void DeflateStream::feed(bool last) {
+  State& s = *state_;
+  s.strm.next_in = reinterpret_cast<unsigned char*>(pending_.data());
+  s.strm.avail_in = static_cast<uInt>(used_);
+  do {
+    unsigned long fits = 0;
+    s.strm.next_out = s.out.room(kStreamStartOutput, &fits);
+    s.strm.avail_out = static_cast<uInt>(fits);
+    s.ret = deflate(&s.strm, last ? Z_FINISH : Z_NO_FLUSH);
+    if (s.ret == Z_STREAM_ERROR) fail("ret != (-2)", s.assert_file, __LINE__, s.assert_function);
+    s.out.commit(fits - s.strm.avail_out);
+  } while (s.strm.avail_out == 0);
+  if (s.strm.avail_in != 0) fail("strm.avail_in == 0", s.assert_file, __LINE__, s.assert_function);
+  used_ = 0;
+}
+
+unsigned char* DeflateStream::finish(unsigned long& length) {
+  feed(true);
+  if (state_->ret != Z_STREAM_END) {
+    fail("ret == 1", state_->assert_file, __LINE__, state_->assert_function);
+  }
+  length = state_->out.size();
+  return state_->out.release();
 }
 
 }  // namespace zxml_internal

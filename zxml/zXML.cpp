@@ -24,29 +24,47 @@ void* zXML::data_deflate(const void* data, unsigned long& length) {
       data, length, 0, "zxml/zXML", "void* zXML::data_deflate(const void*, long unsigned int&)");
 }
 
+namespace {
+
+// The text form of `node` and everything under it into `out`, one
+// element's own lines at a time.
+void stream_text(const ztag& node, zxml_internal::DeflateStream& out) {
+  if (node.kind() == ztag::kRoot) {
+    out.append("\xEF\xBB\xBF?zxml\n", 9);
+  } else {
+    const size_t own = node.text_length(true);
+    out.commit(node.write_text(out.reserve(own + kTextSpare), 0, true, true));
+    if (node.kind() != ztag::kParent) return;
+  }
+  for (const auto& c : node.children()) stream_text(*c, out);
+  if (node.kind() == ztag::kParent) out.append("-\n", 2);
+}
+
+}  // namespace
+
 unsigned char* zXML::serialize(unsigned long& length, bool sectioned, bool compressed) const {
   if (sectioned) return serialize_sections(length, compressed);
+  if (compressed) {
+    zxml_internal::DeflateStream out(sizeof kFraming, "zxml/zXML",
+                                     "void* zXML::data_deflate(const void*, long unsigned int&)");
+    stream_text(*root_, out);
+    unsigned long n = 0;
+    unsigned char* body = out.finish(n);
+    std::memcpy(body + n, kFraming, sizeof kFraming);
+    length = n + sizeof kFraming;
+    return body;
+  }
 
   const size_t measured = root_->text_length(false);
   // Only the bytes written are read: the buffer need not be cleared.
   std::unique_ptr<char[]> text(new char[measured + kTextSpare + 1]);
   const unsigned long written = root_->write_text(text.get(), 0, false, false);
 
-  if (!compressed) {
-    unsigned char* out = new unsigned char[written + 2];
-    std::memcpy(out, text.get(), written);
-    out[written] = 0;
-    out[written + 1] = 0;
-    length = written + 2;
-    return out;
-  }
-
-  unsigned long n = written;
-  unsigned char* out =
-      zxml_internal::chunked_deflate(text.get(), n, sizeof kFraming, "zxml/zXML",
-                                     "void* zXML::data_deflate(const void*, long unsigned int&)");
-  std::memcpy(out + n, kFraming, sizeof kFraming);
-  length = n + sizeof kFraming;
+  unsigned char* out = new unsigned char[written + 2];
+  std::memcpy(out, text.get(), written);
+  out[written] = 0;
+  out[written + 1] = 0;
+  length = written + 2;
   return out;
 }
 

@@ -2,7 +2,10 @@
 // container: image layout, writing, timestamps and the debug-run records.
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <random>
 #include <regex>
+#include <string>
 
 #include "inv_test_util.h"
 #include "tools/inv_reader.h"
@@ -65,6 +68,31 @@ TEST(ZxmlDeflate, ChunkBoundariesAndIncompressibleInput) {
       EXPECT_EQ(deflated(ztag::data_deflate, src) + deflated(zXML::data_deflate, src), out + out);
     }
   }
+}
+
+// A document is compressed as it is written, a batch of text at a time (one
+// element's text larger than a batch): the bytes are still zlib's level 9 of
+// the whole text, then the framing.
+TEST(ZxmlSerialize, StreamedBodyIsTheWholeTextCompressed) {
+  std::mt19937 rng(11);
+  zXML doc(true, "Snapshot");
+  for (int i = 0; i < 200; ++i) {
+    ztag* parent = doc.top()->child("p:" + std::to_string(i));
+    for (int j = 0; j < 100; ++j) {
+      ztag* leaf = parent->child("c:" + std::to_string(j), zvalue(static_cast<int64_t>(rng())));
+      leaf->set_attr("r", zvalue((rng() % 100000) / 100.0), "units", "%");
+    }
+  }
+  std::string big(600000, 'a');
+  for (char& c : big) c = static_cast<char>('a' + rng() % 26);
+  doc.top()->child("big", zvalue(big));
+  unsigned long plain = 0, packed = 0;
+  std::unique_ptr<unsigned char[]> text(doc.serialize(plain, false, false));
+  std::unique_ptr<unsigned char[]> body(doc.serialize(packed, false, true));
+  const std::string whole(reinterpret_cast<char*>(text.get()), plain - 2);
+  EXPECT_GT(whole.size(), 1000000u);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(body.get()), packed),
+            invtest::zlib(whole) + std::string("\0\1ZXML", 6));
 }
 
 // A stream error (null input, non-zero length) fails an assertion naming the caller.
