@@ -146,6 +146,21 @@ bool LiveHost::list_dir(const std::string& path, std::vector<HostRecord::DirEntr
   return true;
 }
 
+bool HostAccess::visit_dir(const std::string& path, const std::function<void(const char*)>& visit) {
+  std::vector<HostRecord::DirEntry> entries;
+  if (!list_dir(path, &entries)) return false;
+  for (const HostRecord::DirEntry& entry : entries) visit(entry.name.c_str());
+  return true;
+}
+
+bool LiveHost::visit_dir(const std::string& path, const std::function<void(const char*)>& visit) {
+  DIR* dp = opendir(path.c_str());
+  if (dp == nullptr) return false;
+  while (const struct dirent* ent = readdir(dp)) visit(ent->d_name);
+  closedir(dp);
+  return true;
+}
+
 std::vector<HostRecord::Interface> LiveHost::interfaces() {
   std::vector<HostRecord::Interface> result;
   const int sock = socket(AF_INET, SOCK_DGRAM, 0);

@@ -39,6 +39,9 @@ class HostAccess {
   // The entries of a directory in readdir order ("." and ".." included).
   // False when it cannot be opened.
   virtual bool list_dir(const std::string& path, std::vector<HostRecord::DirEntry>* out) = 0;
+  // The same entries' names handed to `visit` one at a time; where the host
+  // is read directly, a large directory is never held as a list.
+  virtual bool visit_dir(const std::string& path, const std::function<void(const char*)>& visit);
   // The kernel's IPv4 interface list with each one's netmask and hardware
   // address, in list order.
   virtual std::vector<HostRecord::Interface> interfaces() = 0;
@@ -66,6 +69,7 @@ class LiveHost : public HostAccess {
   bool read(const std::string& path, size_t limit, std::string* out) override;
   HostRecord::PathInfo path_info(const std::string& path) override;
   bool list_dir(const std::string& path, std::vector<HostRecord::DirEntry>* out) override;
+  bool visit_dir(const std::string& path, const std::function<void(const char*)>& visit) override;
   std::vector<HostRecord::Interface> interfaces() override;
   time_t wall_time() override;
   bool local_time(time_t t, struct tm* out) override;

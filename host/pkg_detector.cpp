@@ -124,12 +124,9 @@ bool PKGDetector::add_tool(const std::string& name) {
   std::vector<std::string> found;
   for (const std::string& dir : dirs_) {
     visit_search_dirs(*host_, dir, [&](const std::string& concrete) {
-      std::vector<HostRecord::DirEntry> entries;
-      if (!host_->list_dir(concrete, &entries)) return;
-      for (const HostRecord::DirEntry& ent : entries) {
-        if (name_matches(name.c_str(), ent.name.c_str()))
-          found.push_back(concrete + "/" + ent.name);
-      }
+      host_->visit_dir(concrete, [&](const char* entry) {
+        if (name_matches(name.c_str(), entry)) found.push_back(concrete + "/" + entry);
+      });
     });
   }
   if (found.empty()) return false;
@@ -170,10 +167,7 @@ void PKGDetector::register_single_pass(const std::vector<std::string>& names) {
   for (const std::string& dir : dirs_) {
     visit_search_dirs(*host_, dir, [&](const std::string& concrete) {
       if (remaining == 0) return;
-      std::vector<HostRecord::DirEntry> entries;
-      if (!host_->list_dir(concrete, &entries)) return;
-      for (const HostRecord::DirEntry& ent : entries) {
-        const char* entry = ent.name.c_str();
+      host_->visit_dir(concrete, [&](const char* entry) {
         try_names(empty_names, concrete, entry);
         // Candidates by the first character, then by the character after
         // each leading "s." ("s.s.ps" gives 's' and 'p'; a repeated key is
@@ -185,7 +179,7 @@ void PKGDetector::register_single_pass(const std::vector<std::string>& names) {
           last_key = key;
           if (p[0] != 's' || p[1] != '.') break;
         }
-      }
+      });
     });
   }
 
