@@ -41,17 +41,26 @@ enum class LastLine { kIgnored, kCounted };
 std::vector<std::string> lines_after(const std::string& text, const char* marker,
                                      NoMarker no_marker, LastLine last_line);
 
-// Calls fn(line) for every line of text from `from` that ends with "\n";
-// the "\n" is not part of the line. A half-written last line is not read.
+// Calls fn(line) for every line of text from `from`; the "\n" is not part
+// of the line. A last line without "\n" is read when `last` counts it.
 template <typename Fn>
-void for_each_complete_line(const std::string& text, Fn fn, size_t from = 0) {
+void for_each_line(const std::string& text, LastLine last, Fn fn, size_t from = 0) {
   size_t start = from;
   while (start < text.size()) {
-    const size_t end = text.find('\n', start);
-    if (end == npos) break;
+    size_t end = text.find('\n', start);
+    if (end == npos) {
+      if (last == LastLine::kIgnored) break;
+      end = text.size();
+    }
     fn(text.substr(start, end - start));
     start = end + 1;
   }
+}
+
+// The same for lines that end with "\n": a half-written last line is not read.
+template <typename Fn>
+void for_each_complete_line(const std::string& text, Fn fn, size_t from = 0) {
+  for_each_line(text, LastLine::kIgnored, fn, from);
 }
 
 // Fields of text separated by runs of delimiter. Leading delimiters are

@@ -5,6 +5,7 @@
 
 #include "host/header_table.h"
 #include "host/input_warning.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 
 namespace {
@@ -54,19 +55,14 @@ std::string nic_description_by_header(const std::string& listing, const std::str
 std::vector<std::string> parse_nameservers(const std::string& resolv) {
   static const std::string kKeyword = "nameserver";
   std::vector<std::string> servers;
-  size_t start = 0;
-  while (start < resolv.size()) {
-    size_t end = resolv.find('\n', start);
-    if (end == npos) end = resolv.size();
-    const std::string line = resolv.substr(start, end - start);
-    start = end + 1;
+  text::for_each_line(resolv, text::LastLine::kCounted, [&](const std::string& line) {
     const size_t word = line.find_first_not_of(" \t");
-    if (word == npos || line.compare(word, kKeyword.size(), kKeyword) != 0) continue;
+    if (word == npos || line.compare(word, kKeyword.size(), kKeyword) != 0) return;
     const size_t after = word + kKeyword.size();
-    if (after < line.size() && line[after] != ' ' && line[after] != '\t') continue;
+    if (after < line.size() && line[after] != ' ' && line[after] != '\t') return;
     const std::string server = first_word(line.substr(after));
     if (!server.empty()) servers.push_back(trim_space(server));
-  }
+  });
   return servers;
 }
 

@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "host/header_table.h"
+#include "host/text.h"
 #include "zxml/tag.h"
 
 namespace storage {
@@ -21,22 +22,17 @@ std::string lower_ascii(std::string text) {
 
 VmxKeys::VmxKeys(const std::string& vmx, bool any_case) : vmx_(vmx), any_case_(any_case) {
   if (!any_case_) return;
-  size_t start = 0;
-  while (start < vmx.size()) {
-    size_t end = vmx.find('\n', start);
-    if (end == npos) end = vmx.size();
-    const std::string line = vmx.substr(start, end - start);
-    start = end + 1;
+  text::for_each_line(vmx, text::LastLine::kCounted, [this](const std::string& line) {
     const size_t equals = line.find('=');
-    if (equals == npos) continue;
+    if (equals == npos) return;
     const std::string key = lower_ascii(trim_space(line.substr(0, equals)));
     const size_t quote = line.find_first_not_of(" \t", equals + 1);
-    if (key.empty() || quote == npos || line[quote] != '"') continue;
+    if (key.empty() || quote == npos || line[quote] != '"') return;
     const size_t close = line.find('"', quote + 1);
     keys_.emplace(key, line.substr(quote + 1, close == npos ? npos : close - quote - 1));
     const size_t colon = key.find(':');
     if (colon != npos) unit_prefixes_.insert(key.substr(0, colon + 1));
-  }
+  });
 }
 
 std::string VmxKeys::value(const std::string& key) const {
