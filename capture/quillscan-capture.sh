@@ -676,34 +676,26 @@ $G
 EOF
 }
 
+# tool_cmd PATH ARGS: the command line of a located tool, when it was found.
+tool_cmd() {
+  [ -n "$1" ] || return 0
+  quote "$1"
+  cmd "$Q$2"
+}
+
 # What a debug run adds: the raw sections' commands and files.
 debug_run() {
   file_rec /etc/fstab
-  if [ -n "$P_df" ]; then
-    quote "$P_df"
-    cmd "$Q -T"
-  fi
+  tool_cmd "$P_df" " -T"
   cmd "esxcli storage core device list"
   cmd "esxcli storage core path list"
   cmd "esxcfg-scsidevs --list"
   cmd "esxcfg-scsidevs -m"
   cmd "df -k"
-  if [ -n "$P_ifconfig" ]; then
-    quote "$P_ifconfig"
-    cmd "$Q"
-  fi
-  if [ -n "$P_lspci" ]; then
-    quote "$P_lspci"
-    cmd "$Q -v"
-  fi
-  if [ -n "$P_lsusb" ]; then
-    quote "$P_lsusb"
-    cmd "$Q -v"
-  fi
-  if [ -n "$P_env" ]; then
-    quote "$P_env"
-    cmd "$Q"
-  fi
+  tool_cmd "$P_ifconfig" ""
+  tool_cmd "$P_lspci" " -v"
+  tool_cmd "$P_lsusb" " -v"
+  tool_cmd "$P_env" ""
   cmd "uname -n"
 }
 
